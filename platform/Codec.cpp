@@ -1,0 +1,309 @@
+#include "platform/Codec.h"
+
+#include <nlohmann/json.hpp>
+
+namespace platform {
+
+using Json = nlohmann::ordered_json;
+
+namespace {
+
+Value fromJson(const Json& j) {
+  switch (j.type()) {
+    case Json::value_t::null: return Value();
+    case Json::value_t::boolean: return Value(j.get<bool>());
+    case Json::value_t::number_integer: return Value(j.get<int64_t>());
+    case Json::value_t::number_unsigned: return Value(j.get<uint64_t>());
+    case Json::value_t::number_float: return Value(j.get<double>());
+    case Json::value_t::string: return Value(j.get<std::string>());
+    case Json::value_t::array: {
+      Value out = Value::array();
+      for (const auto& item : j) out.push(fromJson(item));
+      return out;
+    }
+    case Json::value_t::object: {
+      Value out = Value::object();
+      for (const auto& [k, item] : j.items()) out.set(k, fromJson(item));
+      return out;
+    }
+    default: return Value();
+  }
+}
+
+Json toJsonValue(const Value& v) {
+  switch (v.kind()) {
+    case Value::Kind::null: return nullptr;
+    case Value::Kind::boolean: return v.asBool();
+    case Value::Kind::integer: {
+      int64_t i = 0;
+      v.toInt64(i);
+      return i;
+    }
+    case Value::Kind::unsignedInteger: {
+      uint64_t u = 0;
+      v.toUint64(u);
+      return u;
+    }
+    case Value::Kind::real: return v.asReal();
+    case Value::Kind::string: return v.asString();
+    case Value::Kind::array: {
+      Json out = Json::array();
+      for (const auto& item : v.asArray()) out.push_back(toJsonValue(item));
+      return out;
+    }
+    case Value::Kind::object: {
+      Json out = Json::object();
+      for (const auto& [k, item] : v.asObject()) out[k] = toJsonValue(item);
+      return out;
+    }
+  }
+  return nullptr;
+}
+
+std::vector<std::string> splitPath(std::string_view p) {
+  std::vector<std::string> out;
+  while (!p.empty()) {
+    auto slash = p.find('/');
+    out.emplace_back(p.substr(0, slash));
+    if (slash == std::string_view::npos) break;
+    p.remove_prefix(slash + 1);
+  }
+  return out;
+}
+
+bool allDigits(const std::string& s) {
+  return !s.empty() && s.find_first_not_of("0123456789") == std::string::npos;
+}
+
+}  // namespace
+
+std::optional<Value> parseJson(std::string_view text, std::string& error) {
+  try {
+    return fromJson(Json::parse(text));
+  } catch (const Json::exception& e) {
+    error = std::string("malformed JSON: ") + e.what();
+    return std::nullopt;
+  }
+}
+
+std::string toJson(const Value& v, int indent) { return toJsonValue(v).dump(indent); }
+
+Target resolvePath(const Database& db, std::string_view path, std::optional<Value> key, std::string& error) {
+  Target t;
+  std::string_view rest;
+  t.mount = db.findPrefix(path, rest);
+  if (!t.mount) {
+    error = "unknown mount in path \"" + std::string(path) + "\"";
+    return t;
+  }
+  t.entity = t.mount->root().get();
+  std::vector<std::string> segs = splitPath(rest);
+  std::string walked = t.mount->path();
+  for (std::size_t i = 0; i < segs.size(); ++i) {
+    const std::string& name = segs[i];
+    const FieldInfo* info = t.entity->typeInfo().find(name);
+    if (!info) {
+      error = "unknown field \"" + name + "\" of " + t.entity->typeInfo().name() + " at " + walked;
+      return t;
+    }
+    FieldBase& field = TypeInfo::field(*t.entity, *info);
+    walked += "/" + name;
+    if (i + 1 == segs.size()) {
+      t.field = &field;
+      t.key = std::move(key);
+      if (t.key && !field.asCollection()) error = "\"key\" given, but " + walked + " is not a collection";
+      return t;
+    }
+    if (Entity* child = field.childEntity()) {
+      t.entity = child;
+      continue;
+    }
+    CollectionField* coll = field.asCollection();
+    if (!coll) {
+      error = walked + " is a value, not an entity or collection";
+      return t;
+    }
+    std::string keyText = segs[++i];
+    if (coll->keyIsInterface()) {
+      while (i + 1 < segs.size() && allDigits(segs[i + 1])) keyText += "/" + segs[++i];
+    }
+    Value k(keyText);
+    DecodeContext ctx;
+    bool present = coll->hasEntry(k, ctx);
+    if (!ctx.error.empty()) {
+      error = "at " + walked + ": " + ctx.error;
+      return t;
+    }
+    walked += "/" + keyText;
+    if (i + 1 == segs.size()) {
+      if (key) {
+        error = "\"key\" given, but the path already names an entry";
+        return t;
+      }
+      t.field = &field;
+      t.key = std::move(k);
+      return t;
+    }
+    Entity* child = present ? coll->entryEntity(k) : nullptr;
+    if (!child) {
+      error = present ? walked + " is a value, not an entity" : "no entry at " + walked;
+      return t;
+    }
+    t.entity = child;
+  }
+  if (key) error = "\"key\" given, but the path names an entity";
+  return t;
+}
+
+const char* opName(Change::Op op) {
+  switch (op) {
+    case Change::Op::set: return "set";
+    case Change::Op::merge: return "merge";
+    case Change::Op::del: return "del";
+  }
+  return "?";
+}
+
+bool parseChange(const Value& v, Change& out, std::string& error) {
+  if (!v.isObject()) {
+    error = std::string("a change is an object, got ") + v.kindName();
+    return false;
+  }
+  const Value* op = v.find("op");
+  const Value* path = v.find("path");
+  if (!op || !op->isString()) {
+    error = "a change needs \"op\"";
+    return false;
+  }
+  if (op->asString() == "set") out.op = Change::Op::set;
+  else if (op->asString() == "merge") out.op = Change::Op::merge;
+  else if (op->asString() == "del") out.op = Change::Op::del;
+  else {
+    error = "unknown op \"" + op->asString() + "\"";
+    return false;
+  }
+  if (!path || !path->isString() || path->asString().empty()) {
+    error = "a change needs \"path\"";
+    return false;
+  }
+  out.path = path->asString();
+  out.key.reset();
+  out.value.reset();
+  for (const auto& [name, member] : v.asObject()) {
+    if (name == "op" || name == "path") continue;
+    if (name == "key") out.key = member;
+    else if (name == "value") out.value = member;
+    else {
+      error = "unknown member \"" + name + "\" in a change";
+      return false;
+    }
+  }
+  if (out.op == Change::Op::merge && !out.value) {
+    error = "merge needs \"value\"";
+    return false;
+  }
+  if (out.op == Change::Op::del && out.value) {
+    error = "del takes no \"value\"";
+    return false;
+  }
+  return true;
+}
+
+Value changeToValue(const Change& c) {
+  Value out = Value::object();
+  out.set("op", opName(c.op));
+  out.set("path", c.path);
+  if (c.key) out.set("key", *c.key);
+  if (c.value) out.set("value", *c.value);
+  return out;
+}
+
+namespace {
+
+bool applyTo(Target& t, const Change& c, DecodeContext& ctx, bool dryRun) {
+  ApplyMode mode = c.op == Change::Op::merge ? ApplyMode::merge : ApplyMode::set;
+  if (!t.field) {
+    if (c.op == Change::Op::del) return ctx.fail("only collection entries can be deleted");
+    if (!c.value) return ctx.fail("set needs \"value\"");
+    return applyToEntity(*t.entity, *c.value, mode, ctx, dryRun);
+  }
+  CollectionField* coll = t.field->asCollection();
+  if (t.key) {
+    if (c.op == Change::Op::del) return coll->eraseEntry(*t.key, ctx, dryRun);
+    const Value* v = c.value ? &*c.value : nullptr;
+    if (!v && !coll->isSet()) return ctx.fail("set needs \"value\"");
+    return coll->applyEntry(*t.key, v, mode, ctx, dryRun);
+  }
+  if (c.op == Change::Op::del) {
+    return ctx.fail(coll ? "name the entry to delete" : "an attribute cannot be deleted; set it instead");
+  }
+  if (!c.value) return ctx.fail("set needs \"value\"");
+  return t.field->apply(*c.value, mode, ctx, dryRun);
+}
+
+}  // namespace
+
+bool applyChange(Database& db, const Change& c, std::string& error) {
+  Target t = resolvePath(db, c.path, c.key, error);
+  if (!error.empty()) return false;
+  DecodeContext ctx;
+  ctx.resolver = &db;
+  if (!applyTo(t, c, ctx, true)) {
+    error = "at " + c.path + (ctx.where.empty() ? "" : "/" + ctx.where) + ": " + ctx.error;
+    return false;
+  }
+  DecodeContext run;
+  run.resolver = &db;
+  applyTo(t, c, run, false);
+  return true;
+}
+
+Value dumpState(const Database& db, const std::vector<std::string>& only) {
+  Value out = Value::object();
+  for (Mount* m : db.mounts()) {
+    if (!only.empty() && std::find(only.begin(), only.end(), m->path()) == only.end()) continue;
+    out.set(m->path(), entityToValue(*m->root()));
+  }
+  return out;
+}
+
+bool loadState(Database& db, const Value& state, std::string& error) {
+  if (!state.isObject()) {
+    error = "a state file is an object from mount path to content";
+    return false;
+  }
+  for (const auto& [path, content] : state.asObject()) {
+    Mount* m = db.find(path);
+    if (!m) {
+      error = "unknown mount \"" + path + "\"";
+      return false;
+    }
+    Change c;
+    c.op = Change::Op::set;
+    c.path = path;
+    c.value = content;
+    if (!applyChange(db, c, error)) return false;
+  }
+  return true;
+}
+
+Change describeWrite(const FieldBase& field, WriteKind kind, const void* key) {
+  Change c;
+  c.path = field.owner()->path() + "/" + field.name();
+  if (kind == WriteKind::attribute) {
+    c.value = field.toValue();
+    return c;
+  }
+  // Collections and sets are the only fields that report keys.
+  auto* coll = const_cast<FieldBase&>(field).asCollection();
+  if (auto text = coll->keyText(key)) c.path += "/" + *text;
+  else c.key = coll->keyValue(key);
+  if (kind == WriteKind::entryDel) {
+    c.op = Change::Op::del;
+  } else if (!coll->isSet()) {
+    c.value = coll->entryValue(key);
+  }
+  return c;
+}
+
+}  // namespace platform

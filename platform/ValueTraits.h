@@ -1,0 +1,329 @@
+// How plain values turn into `Value`s and back.
+//
+// `ValueTraits<T>` is the one place that knows the JSON shape of a value type: booleans,
+// numbers (range-checked), strings, enumerations (by name out, by name or number in),
+// interface identifiers, addresses, VRF names, and structs that describe their members with
+// a `fields` template:
+//
+//   struct OperStatus {
+//     OperState state{};
+//     std::string reason;
+//     template <class D> void fields(D& d) { d("state", state); d("reason", reason); }
+//   };
+//
+// An enumeration gets names by declaring, in its own namespace, a constexpr function
+// `enumEntries(E)` that returns an array of `EnumEntry<E>`.
+//
+// Keys of collections have a text form when they print as a single word (strings, interface
+// names, numbers, enumerators); other keys (structs) are written as values.
+#pragma once
+
+#include <array>
+#include <charconv>
+#include <cstdint>
+#include <limits>
+#include <optional>
+#include <string>
+#include <type_traits>
+
+#include "platform/IntfId.h"
+#include "platform/IpGenAddr.h"
+#include "platform/Ptr.h"
+#include "platform/Value.h"
+#include "platform/VrfName.h"
+
+namespace platform {
+
+class Entity;
+
+// Resolves the path of an entity to the entity (for references held in collections).
+class EntityResolver {
+ public:
+  virtual Ptr<Entity> resolve(const std::string& path) const = 0;
+
+ protected:
+  ~EntityResolver() = default;
+};
+
+// Where decoding reports its first problem.
+struct DecodeContext {
+  std::string error;
+  std::string where;  // the path below the place decoding started, e.g. "session/s1/truncate"
+  const EntityResolver* resolver = nullptr;
+
+  bool fail(std::string message) {
+    if (error.empty()) error = std::move(message);
+    return false;
+  }
+  // Adds one path segment in front of `where` while a failure travels outwards.
+  bool nest(const std::string& segment) {
+    where = where.empty() ? segment : segment + "/" + where;
+    return false;
+  }
+};
+
+template <class E>
+struct EnumEntry {
+  E value;
+  const char* name;
+};
+
+template <class E>
+concept NamedEnum = std::is_enum_v<E> && requires(E e) { enumEntries(e); };
+
+template <class E>
+const char* enumName(E e) {
+  if constexpr (NamedEnum<E>) {
+    for (const auto& entry : enumEntries(E{})) {
+      if (entry.value == e) return entry.name;
+    }
+  }
+  return nullptr;
+}
+
+// Reads the members of a struct into a Value object (used by the struct traits).
+struct MemberProbe {
+  template <class M>
+  void operator()(const char*, M&) {}
+};
+template <class T>
+concept DescribedStruct = !std::is_base_of_v<Entity, T> && requires(T& t, MemberProbe& p) { t.fields(p); };
+
+template <class T, class = void>
+struct ValueTraits;
+
+// --- booleans, numbers, strings ------------------------------------------------------------
+
+template <>
+struct ValueTraits<bool> {
+  static Value encode(bool b) { return Value(b); }
+  static bool decode(const Value& v, bool& out, DecodeContext& ctx) {
+    if (!v.isBool()) return ctx.fail(std::string("expected a boolean, got ") + v.kindName());
+    out = v.asBool();
+    return true;
+  }
+  static std::optional<std::string> keyText(bool b) { return b ? "true" : "false"; }
+  static bool decodeKeyText(const std::string& s, bool& out, DecodeContext& ctx) {
+    if (s == "true" || s == "false") {
+      out = s == "true";
+      return true;
+    }
+    return ctx.fail("expected true or false, got \"" + s + "\"");
+  }
+};
+
+template <class T>
+struct ValueTraits<T, std::enable_if_t<std::is_integral_v<T> && !std::is_same_v<T, bool>>> {
+  static Value encode(T v) {
+    if constexpr (std::is_signed_v<T>) return Value(int64_t(v));
+    else return Value(uint64_t(v));
+  }
+  static bool decode(const Value& v, T& out, DecodeContext& ctx) {
+    if (!v.isNumber()) return ctx.fail(std::string("expected a number, got ") + v.kindName());
+    if constexpr (std::is_signed_v<T>) {
+      int64_t i;
+      if (!v.toInt64(i) || i < int64_t(std::numeric_limits<T>::min()) || i > int64_t(std::numeric_limits<T>::max()))
+        return ctx.fail(outOfRange(v));
+      out = T(i);
+    } else {
+      uint64_t u;
+      if (!v.toUint64(u) || u > uint64_t(std::numeric_limits<T>::max())) return ctx.fail(outOfRange(v));
+      out = T(u);
+    }
+    return true;
+  }
+  static std::optional<std::string> keyText(T v) { return std::to_string(v); }
+  static bool decodeKeyText(const std::string& s, T& out, DecodeContext& ctx) {
+    auto [ptr, ec] = std::from_chars(s.data(), s.data() + s.size(), out);
+    if (ec != std::errc() || ptr != s.data() + s.size() || s.empty())
+      return ctx.fail("expected a whole number from " + std::to_string(std::numeric_limits<T>::min()) + " to " +
+                      std::to_string(std::numeric_limits<T>::max()) + ", got \"" + s + "\"");
+    return true;
+  }
+  static std::string outOfRange(const Value& v) {
+    return "expected a whole number from " + std::to_string(std::numeric_limits<T>::min()) + " to " +
+           std::to_string(std::numeric_limits<T>::max()) + ", got " + v.brief();
+  }
+};
+
+template <class T>
+struct ValueTraits<T, std::enable_if_t<std::is_floating_point_v<T>>> {
+  static Value encode(T v) { return Value(double(v)); }
+  static bool decode(const Value& v, T& out, DecodeContext& ctx) {
+    if (!v.isNumber()) return ctx.fail(std::string("expected a number, got ") + v.kindName());
+    out = T(v.asReal());
+    return true;
+  }
+  static std::optional<std::string> keyText(T) { return std::nullopt; }
+};
+
+template <>
+struct ValueTraits<std::string> {
+  static Value encode(const std::string& s) { return Value(s); }
+  static bool decode(const Value& v, std::string& out, DecodeContext& ctx) {
+    if (!v.isString()) return ctx.fail(std::string("expected a string, got ") + v.kindName());
+    out = v.asString();
+    return true;
+  }
+  static std::optional<std::string> keyText(const std::string& s) { return s; }
+  static bool decodeKeyText(const std::string& s, std::string& out, DecodeContext&) {
+    out = s;
+    return true;
+  }
+};
+
+// --- enumerations ---------------------------------------------------------------------------
+
+template <class E>
+struct ValueTraits<E, std::enable_if_t<std::is_enum_v<E>>> {
+  using U = std::underlying_type_t<E>;
+  static Value encode(E e) {
+    if (const char* name = enumName(e)) return Value(name);
+    return ValueTraits<U>::encode(U(e));
+  }
+  static bool decode(const Value& v, E& out, DecodeContext& ctx) {
+    if (v.isString()) return decodeKeyText(v.asString(), out, ctx);
+    U u{};
+    DecodeContext inner;
+    if (!ValueTraits<U>::decode(v, u, inner)) return ctx.fail("expected " + expected() + ", got " + v.brief());
+    out = E(u);
+    return true;
+  }
+  static std::optional<std::string> keyText(E e) {
+    if (const char* name = enumName(e)) return std::string(name);
+    return std::to_string(U(e));
+  }
+  static bool decodeKeyText(const std::string& s, E& out, DecodeContext& ctx) {
+    if constexpr (NamedEnum<E>) {
+      for (const auto& entry : enumEntries(E{})) {
+        if (s == entry.name) {
+          out = entry.value;
+          return true;
+        }
+      }
+    }
+    U u{};
+    DecodeContext inner;
+    if (!s.empty() && ValueTraits<U>::decodeKeyText(s, u, inner)) {
+      out = E(u);
+      return true;
+    }
+    return ctx.fail("unknown enumerator \"" + s + "\"; expected " + expected());
+  }
+  static std::string expected() {
+    std::string names;
+    if constexpr (NamedEnum<E>) {
+      for (const auto& entry : enumEntries(E{})) {
+        if (!names.empty()) names += ", ";
+        names += entry.name;
+      }
+    }
+    return names.empty() ? "a number" : "one of " + names + " (or its number)";
+  }
+};
+
+// --- platform value types -------------------------------------------------------------------
+
+template <>
+struct ValueTraits<IntfId> {
+  static Value encode(const IntfId& i) { return Value(i.name()); }
+  static bool decode(const Value& v, IntfId& out, DecodeContext& ctx) {
+    if (!v.isString()) return ctx.fail(std::string("expected an interface name, got ") + v.kindName());
+    return decodeKeyText(v.asString(), out, ctx);
+  }
+  static std::optional<std::string> keyText(const IntfId& i) { return i.name(); }
+  static bool decodeKeyText(const std::string& s, IntfId& out, DecodeContext& ctx) {
+    if (s.empty()) {
+      out = IntfId();
+      return true;
+    }
+    auto parsed = IntfId::parse(s);
+    if (!parsed) return ctx.fail("malformed interface name \"" + s + "\"");
+    out = *parsed;
+    return true;
+  }
+};
+
+template <>
+struct ValueTraits<IpGenAddr> {
+  static Value encode(const IpGenAddr& a) { return Value(a.str()); }
+  static bool decode(const Value& v, IpGenAddr& out, DecodeContext& ctx) {
+    if (!v.isString()) return ctx.fail(std::string("expected an IP address, got ") + v.kindName());
+    auto parsed = IpGenAddr::parse(v.asString());
+    if (!parsed) return ctx.fail("malformed IP address \"" + v.asString() + "\"");
+    out = *parsed;
+    return true;
+  }
+  static std::optional<std::string> keyText(const IpGenAddr& a) { return a.str(); }
+  static bool decodeKeyText(const std::string& s, IpGenAddr& out, DecodeContext& ctx) {
+    return decode(Value(s), out, ctx);
+  }
+};
+
+template <>
+struct ValueTraits<VrfName> {
+  static Value encode(const VrfName& n) { return Value(n.str()); }
+  static bool decode(const Value& v, VrfName& out, DecodeContext& ctx) {
+    if (!v.isString()) return ctx.fail(std::string("expected a VRF name, got ") + v.kindName());
+    return decodeKeyText(v.asString(), out, ctx);
+  }
+  static std::optional<std::string> keyText(const VrfName& n) { return n.str(); }
+  static bool decodeKeyText(const std::string& s, VrfName& out, DecodeContext& ctx) {
+    if (!VrfName::valid(s))
+      return ctx.fail("VRF name of " + std::to_string(s.size()) + " bytes is longer than " +
+                      std::to_string(VrfName::maxLength) + " bytes");
+    out = VrfName(s);
+    return true;
+  }
+};
+
+// --- described structs ----------------------------------------------------------------------
+
+template <class T>
+struct ValueTraits<T, std::enable_if_t<DescribedStruct<T>>> {
+  struct Encoder {
+    Value out = Value::object();
+    template <class M>
+    void operator()(const char* name, M& m) {
+      out.set(name, ValueTraits<std::remove_const_t<M>>::encode(m));
+    }
+  };
+  struct Finder {
+    std::string_view name;
+    const Value* value;
+    DecodeContext* ctx;
+    bool found = false;
+    bool ok = true;
+    template <class M>
+    void operator()(const char* member, M& m) {
+      if (found || name != member) return;
+      found = true;
+      ok = ValueTraits<M>::decode(*value, m, *ctx);
+      if (!ok) ctx->nest(member);
+    }
+  };
+  static Value encode(const T& t) {
+    Encoder e;
+    const_cast<T&>(t).fields(e);
+    return std::move(e.out);
+  }
+  // Members that the value does not name keep what `out` holds.
+  static bool decode(const Value& v, T& out, DecodeContext& ctx) {
+    if (!v.isObject()) return ctx.fail(std::string("expected an object, got ") + v.kindName());
+    for (const auto& [name, member] : v.asObject()) {
+      Finder f{name, &member, &ctx};
+      out.fields(f);
+      if (!f.found) return ctx.fail("unknown field \"" + name + "\"");
+      if (!f.ok) return false;
+    }
+    return true;
+  }
+  static std::optional<std::string> keyText(const T&) { return std::nullopt; }
+};
+
+template <class T>
+concept HasKeyText = requires(const T& t, const std::string& s, T& out, DecodeContext& ctx) {
+  ValueTraits<T>::decodeKeyText(s, out, ctx);
+};
+
+}  // namespace platform

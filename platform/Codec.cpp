@@ -244,8 +244,12 @@ bool applyTo(Target& t, const Change& c, DecodeContext& ctx, bool dryRun) {
 }  // namespace
 
 bool applyChange(Database& db, const Change& c, std::string& error) {
-  Target t = resolvePath(db, c.path, c.key, error);
-  if (!error.empty()) return false;
+  std::string where;
+  Target t = resolvePath(db, c.path, c.key, where);
+  if (!where.empty()) {
+    error = where;
+    return false;
+  }
   DecodeContext ctx;
   ctx.resolver = &db;
   if (!applyTo(t, c, ctx, true)) {
@@ -272,17 +276,34 @@ bool loadState(Database& db, const Value& state, std::string& error) {
     error = "a state file is an object from mount path to content";
     return false;
   }
-  for (const auto& [path, content] : state.asObject()) {
-    Mount* m = db.find(path);
-    if (!m) {
-      error = "unknown mount \"" + path + "\"";
+  std::vector<const std::pair<std::string, Value>*> pending;
+  for (const auto& member : state.asObject()) {
+    if (!db.find(member.first)) {
+      error = "unknown mount \"" + member.first + "\"";
       return false;
     }
-    Change c;
-    c.op = Change::Op::set;
-    c.path = path;
-    c.value = content;
-    if (!applyChange(db, c, error)) return false;
+    pending.push_back(&member);
+  }
+  // A mount may refer to entities of a mount named later in the file: retry what failed for
+  // as long as another mount could be loaded.
+  while (!pending.empty()) {
+    std::vector<const std::pair<std::string, Value>*> failed;
+    std::string firstError;
+    for (const auto* member : pending) {
+      Change c;
+      c.path = member->first;
+      c.value = member->second;
+      std::string e;
+      if (!applyChange(db, c, e)) {
+        if (firstError.empty()) firstError = e;
+        failed.push_back(member);
+      }
+    }
+    if (failed.size() == pending.size()) {
+      error = firstError;
+      return false;
+    }
+    pending = std::move(failed);
   }
   return true;
 }

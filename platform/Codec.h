@@ -53,7 +53,9 @@ bool applyChange(Database& db, const Change& c, std::string& error);
 // The content of the named mounts (all when `only` is empty), keyed by mount path.
 Value dumpState(const Database& db, const std::vector<std::string>& only = {});
 // Sets each mount named in `state` to its content. Unknown mounts and bad content are errors;
-// each mount is validated before it is written.
+// each mount is validated before it is written. A reference must name an entity that exists
+// before the change that holds it; in a state file it may name an entity of a mount that
+// comes later in the file.
 bool loadState(Database& db, const Value& state, std::string& error);
 
 // One write (as the database reports it to its write listener) as a change.

@@ -59,8 +59,12 @@ uint64_t Database::totalWrites() const {
 Ptr<Entity> Database::resolve(const std::string& path) const {
   std::string error;
   Target t = resolvePath(*this, path, std::nullopt, error);
-  if (!error.empty() || t.field) return Ptr<Entity>();
-  return Ptr<Entity>(t.entity);
+  if (!error.empty()) return Ptr<Entity>();
+  if (!t.field) return Ptr<Entity>(t.entity);
+  // A path that ends at a collection entry names the child entity stored there, if any.
+  CollectionField* coll = t.field->asCollection();
+  if (coll && t.key) return Ptr<Entity>(coll->entryEntity(*t.key));
+  return Ptr<Entity>(t.field->childEntity());
 }
 
 void MountGroup::doMount(const std::string& path, const TypeInfo& type, const std::string& mode,

@@ -59,7 +59,9 @@ void DirEntries::changed(const std::string& k, WriteKind kind) {
 Value typedEntityToValue(const Entity& e) {
   Value out = Value::object();
   out.set("@type", e.typeInfo().name());
-  for (auto& member : entityToValue(e).asObject()) out.asObject().push_back(std::move(member));
+  // Named, so the members outlive the loop (a temporary's member would dangle).
+  Value fields = entityToValue(e);
+  for (auto& member : fields.asObject()) out.asObject().push_back(std::move(member));
   return out;
 }
 

@@ -20,6 +20,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "platform/Dir.h"
 #include "platform/Entity.h"
 
 namespace platform {
@@ -47,11 +48,8 @@ class Reactor {
   void on(const Set<K>& set, std::type_identity_t<std::function<void(const K&)>> fn) {
     bind(set.owner(), set.subscribe(std::move(fn)));
   }
-  // Any other field that offers `subscribe` (generic directories, for instance).
-  template <class F>
-    requires requires(const F& f, std::function<void(const std::string&)> fn) { f.subscribe(fn); }
-  void on(const F& field, std::function<void(const std::string&)> fn) {
-    bind(field.owner(), field.subscribe(std::move(fn)));
+  void on(const DirEntries& entries, std::function<void(const std::string&)> fn) {
+    bind(entries.owner(), entries.subscribe(std::move(fn)));
   }
 
   // Drops every subscription; the reactor can be bound again afterwards.

@@ -239,7 +239,8 @@ std::string formatMessage(std::string_view format, const std::vector<std::string
     } else if (startsWith("h")) {
       spec.lengthBits = 16;
       i += 1;
-    } else if (i < format.size() && std::string_view("lzjtLq").find(format[i]) != std::string_view::npos) {
+    } else if (i < format.size() &&
+               std::string_view("lzjtLq").find(format[i]) != std::string_view::npos) {
       spec.lengthBits = 64;
       i += 1;
     }

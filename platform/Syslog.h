@@ -20,7 +20,16 @@
 
 namespace platform::syslog {
 
-enum class Severity { emergency = 0, alert, critical, error, warning, notice, informational, debug };
+enum class Severity {
+  emergency = 0,
+  alert,
+  critical,
+  error,
+  warning,
+  notice,
+  informational,
+  debug,
+};
 
 // "emergency", "alert", ... "debug"; "unknown" for values outside the enumeration.
 std::string_view severityName(Severity severity);

@@ -13,7 +13,6 @@ namespace toggles = platform::toggles;
 namespace fs = std::filesystem;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
 namespace {
@@ -55,7 +54,8 @@ TEST_F(TogglesTest, ReadsBothFormsAndFallsBackForMissingToggles) {
   EXPECT_FALSE(toggles::enabled("absent", "Mirroring.json", false));
   EXPECT_FALSE(toggles::enabled("plainOn", "Other.json", false)) << "toggles belong to a file";
   // Only Other.json (missing) was worth a warning.
-  EXPECT_THAT(warnings, ElementsAre("toggle file " + dir + "/Other.json not found; using defaults"));
+  EXPECT_THAT(warnings,
+              ElementsAre("toggle file " + dir + "/Other.json not found; using defaults"));
 }
 
 TEST_F(TogglesTest, MissingFileWarnsOncePerFile) {

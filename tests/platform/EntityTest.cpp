@@ -1,0 +1,230 @@
+// The entity framework's hard parts: notification only on real change, per-key dispatch,
+// re-entrant dispatch that adds, cancels and deletes, ordering, constness of read-only views.
+#include <gtest/gtest.h>
+
+#include "TestEntities.h"
+#include "platform/Database.h"
+#include "platform/Reactor.h"
+
+using namespace platform;
+using namespace testing_entities;
+
+namespace {
+
+struct Fixture : ::testing::Test {
+  Database db;
+  Ptr<Root> root;
+  void SetUp() override {
+    Mount* m = db.rootIs<Root>("test/root");
+    root = dynamicPtrCast<Root>(m->root());
+  }
+  uint64_t writes() const { return db.find("test/root")->writes(); }
+};
+
+using Notification = Fixture;
+
+template <class P>
+concept CanWriteFlag = requires(P p) { p->flag.set(true); };
+template <class P>
+concept CanInsertLeaf = requires(P p) { p->leaf.is(IntfId()); };
+using Dispatch = Fixture;
+
+}  // namespace
+
+TEST_F(Notification, OnlyRealChangesNotifyAndCount) {
+  int flag = 0, point = 0, number = 0, tag = 0, optional = 0;
+  Reactor r;
+  r.on(root->flag, [&] { ++flag; });
+  r.on(root->point, [&] { ++point; });
+  r.on(root->number, [&](const std::string&) { ++number; });
+  r.on(root->tag, [&](const std::string&) { ++tag; });
+  r.on(root->optional, [&] { ++optional; });
+
+  root->flag.set(false);  // the initial value
+  root->point.set(Point{});
+  EXPECT_EQ(flag + point, 0);
+  EXPECT_EQ(writes(), 0u);
+
+  root->flag.set(true);
+  root->flag.set(true);
+  root->point.set(Point{1, 2, "a"});
+  root->point.set(Point{1, 2, "a"});
+  root->number.set("a", 1);
+  root->number.set("a", 1);
+  root->number.set("a", 2);
+  root->tag.insert("x");
+  root->tag.insert("x");
+  EXPECT_FALSE(root->tag.del("y"));
+  EXPECT_FALSE(root->number.del("y"));
+  auto inner = make<Inner>();
+  root->optional.set(inner);
+  root->optional.set(inner);
+  EXPECT_EQ(flag, 1);
+  EXPECT_EQ(point, 1);
+  EXPECT_EQ(number, 2);
+  EXPECT_EQ(tag, 1);
+  EXPECT_EQ(optional, 1);
+  EXPECT_EQ(writes(), 6u);
+
+  // Entities that are not under a mount count nowhere.
+  auto loose = make<Root>();
+  loose->flag.set(true);
+  EXPECT_EQ(db.totalWrites(), 6u);
+  // A child written through its own attributes counts on its root's mount.
+  root->inner->text.set("hello");
+  EXPECT_EQ(writes(), 7u);
+}
+
+TEST_F(Notification, IsReturnsTheExistingChildAndNotifiesOnce) {
+  std::vector<IntfId> keys;
+  Reactor r;
+  r.on(root->leaf, [&](const IntfId& k) { keys.push_back(k); });
+  Ptr<Leaf> a = root->leaf.is(IntfId("Ethernet1"));
+  Ptr<Leaf> b = root->leaf.is(IntfId("Ethernet1"));
+  EXPECT_EQ(a, b);
+  EXPECT_EQ(keys.size(), 1u);
+  EXPECT_EQ(a->parent(), root.get());
+  EXPECT_EQ(a->path(), "test/root/leaf/Ethernet1");
+  EXPECT_TRUE(root->leaf.del(IntfId("Ethernet1")));
+  EXPECT_EQ(a->parent(), nullptr);  // detached, but still alive for whoever holds it
+  EXPECT_EQ(keys.size(), 2u);
+}
+
+TEST_F(Dispatch, OnlyTheChangedKeysHandlersRun) {
+  int all = 0, onA = 0, onB = 0;
+  Reactor r;
+  r.on(root->number, [&](const std::string&) { ++all; });
+  r.onKey(root->number, std::string("a"), [&] { ++onA; });
+  r.onKey(root->number, std::string("b"), [&] { ++onB; });
+  root->number.set("a", 1);
+  root->number.set("c", 1);
+  root->number.del("a");
+  EXPECT_EQ(all, 3);
+  EXPECT_EQ(onA, 2);
+  EXPECT_EQ(onB, 0);
+
+  // Handlers of other attributes do not run, however many there are.
+  int other = 0;
+  std::vector<std::unique_ptr<Reactor>> many;
+  for (int i = 0; i < 50; ++i) {
+    many.push_back(std::make_unique<Reactor>());
+    many.back()->on(root->count, [&] { ++other; });
+  }
+  root->flag.set(true);
+  EXPECT_EQ(other, 0);
+}
+
+TEST_F(Dispatch, HandlersRunInSubscriptionOrderAndNestedWritesCompleteFirst) {
+  std::vector<std::string> log;
+  Reactor r;
+  r.on(root->flag, [&] {
+    log.push_back("flag1");
+    root->count.set(root->count() + 1);  // nested dispatch runs to completion here
+    log.push_back("flag1-after");
+  });
+  r.on(root->flag, [&] { log.push_back("flag2 count=" + std::to_string(root->count())); });
+  r.on(root->count, [&] { log.push_back("count"); });
+  root->flag.set(true);
+  EXPECT_EQ(log, (std::vector<std::string>{"flag1", "count", "flag1-after", "flag2 count=1"}));
+}
+
+TEST_F(Dispatch, HandlersMayCancelAndAddHandlersDuringDispatch) {
+  int first = 0, second = 0, added = 0;
+  auto later = std::make_unique<Reactor>();
+  Reactor addedReactor;
+  Reactor r;
+  r.on(root->flag, [&] {
+    ++first;
+    later.reset();  // cancels a handler that has not run yet for this change
+    addedReactor.on(root->flag, [&] { ++added; });
+  });
+  later->on(root->flag, [&] { ++second; });
+  root->flag.set(true);
+  EXPECT_EQ(first, 1);
+  EXPECT_EQ(second, 0);
+  EXPECT_EQ(added, 0);  // added during the dispatch: sees the next change only
+  root->flag.set(false);
+  EXPECT_EQ(first, 2);
+  EXPECT_EQ(added, 1);
+}
+
+TEST_F(Dispatch, AHandlerMayDestroyItsOwnReactorAndDeleteTheEntity) {
+  // A per-entry follower that deletes its own entry, and itself, when the entry changes:
+  // the dispatch holds what it needs until it is over (the sanitizer build checks this).
+  Ptr<Leaf> leaf = root->leaf.is(IntfId("Ethernet7"));
+  auto follower = std::make_unique<Reactor>();
+  int calls = 0, afterDelete = 0;
+  follower->on(leaf->color, [&] {
+    ++calls;
+    root->leaf.del(IntfId("Ethernet7"));
+    follower.reset();
+  });
+  Reactor watcher;
+  watcher.on(root->leaf, [&](const IntfId&) { ++afterDelete; });
+  Leaf* raw = leaf.get();
+  leaf = nullptr;  // the collection and the follower hold the only references
+  raw->color.set(Color::green);
+  EXPECT_EQ(calls, 1);
+  EXPECT_EQ(afterDelete, 1);
+  EXPECT_FALSE(follower);
+  EXPECT_TRUE(root->leaf.empty());
+}
+
+TEST_F(Dispatch, AKeyHandlerMayCancelItselfAndOthersOfTheSameKey) {
+  int a = 0, b = 0;
+  auto ra = std::make_unique<Reactor>();
+  auto rb = std::make_unique<Reactor>();
+  ra->onKey(root->number, std::string("k"), [&] {
+    ++a;
+    ra.reset();
+    rb.reset();
+  });
+  rb->onKey(root->number, std::string("k"), [&] { ++b; });
+  root->number.set("k", 1);
+  root->number.set("k", 2);
+  EXPECT_EQ(a, 1);
+  EXPECT_EQ(b, 0);
+}
+
+TEST_F(Dispatch, CollectionsIterateInOperatorOrder) {
+  for (const char* n : {"Ethernet10", "Ethernet2", "Ethernet3/2", "Ethernet3/1", "Port-Channel1", "Cpu"})
+    root->leaf.is(IntfId(n));
+  std::vector<std::string> names;
+  for (const auto& [k, leaf] : root->leaf) names.push_back(leaf->name().name());
+  EXPECT_EQ(names, (std::vector<std::string>{"Cpu", "Ethernet2", "Ethernet3/1", "Ethernet3/2", "Ethernet10",
+                                             "Port-Channel1"}));
+}
+
+TEST_F(Dispatch, ReadOnlyViewsAreConst) {
+  Ptr<const Root> view = root;
+  static_assert(!CanWriteFlag<Ptr<const Root>>);
+  static_assert(CanWriteFlag<Ptr<Root>>);
+  static_assert(!CanInsertLeaf<Ptr<const Root>>);
+  static_assert(std::is_same_v<decltype(view->leaf.get(IntfId())), Ptr<const Leaf>>);
+  static_assert(std::is_same_v<decltype((*view->leaf.begin()).second), Ptr<const Leaf>>);
+  static_assert(std::is_same_v<decltype(view->inner()), Ptr<const Inner>>);
+  // Following a const entity is allowed.
+  int calls = 0;
+  Reactor r;
+  r.on(view->flag, [&] { ++calls; });
+  root->flag.set(true);
+  EXPECT_EQ(calls, 1);
+}
+
+TEST(Mounts, LookupsAnswerByPathTypeAndMode) {
+  Database db;
+  MountGroup group(db);
+  group.doMount<Root>("test/ro", "r");
+  group.doMount<Root>("test/rw", "wc");
+  group.doMount<Inner>("test/inner", "ri");
+  group.close(false, "", 0);
+  EXPECT_EQ(group.status(), MountStatus::success);
+  EXPECT_TRUE(db.find("test/rw")->writableByAgent());
+  EXPECT_FALSE(db.find("test/ro")->writableByAgent());
+
+  // A second declaration of the same path with another type fails the group.
+  MountGroup other(db);
+  other.doMount<Inner>("test/ro", "r");
+  EXPECT_EQ(other.status(), MountStatus::failure);
+  ASSERT_EQ(other.problems().size(), 1u);
+}

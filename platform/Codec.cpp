@@ -124,9 +124,9 @@ Target resolvePath(const Database& db, std::string_view path, std::optional<Valu
       return t;
     }
     std::string keyText = segs[++i];
-    if (coll->keyIsInterface()) {
-      while (i + 1 < segs.size() && allDigits(segs[i + 1])) keyText += "/" + segs[++i];
-    }
+    // Digit segments after a key belong to it (no field name is all digits): interface names
+    // such as Ethernet3/1 are keys of string-keyed collections too (sources, destinations).
+    while (i + 1 < segs.size() && allDigits(segs[i + 1])) keyText += "/" + segs[++i];
     Value k(keyText);
     DecodeContext ctx;
     bool present = coll->hasEntry(k, ctx);
@@ -225,6 +225,15 @@ bool applyTo(Target& t, const Change& c, DecodeContext& ctx, bool dryRun) {
   if (!t.field) {
     if (c.op == Change::Op::del) return ctx.fail("only collection entries can be deleted");
     if (!c.value) return ctx.fail("set needs \"value\"");
+    if (mode == ApplyMode::set && !dryRun) {
+      // Set replaces the whole entity: fields it does not name go back to their defaults, and
+      // assigning from a fresh copy notifies only what really differs.
+      if (Ptr<Entity> fresh = t.entity->typeInfo().create()) {
+        applyToEntity(*fresh, *c.value, ApplyMode::set, ctx, false);
+        assignEntity(*t.entity, *fresh);
+        return true;
+      }
+    }
     return applyToEntity(*t.entity, *c.value, mode, ctx, dryRun);
   }
   CollectionField* coll = t.field->asCollection();

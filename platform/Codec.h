@@ -1,9 +1,10 @@
 // JSON for the state database: text, dumps, loads, changes and change streams.
 //
 // A path names a place in the database: a mount path, then field names and collection keys
-// ("mirroring/config/session/s1/srcIntf/Ethernet1/direction"). An interface key may hold '/'
-// (Ethernet3/1): the segments of digits after an interface name belong to the key. A key that
-// has no text form (a struct) is given beside the path as "key".
+// ("mirroring/config/session/s1/srcIntf/Ethernet1/direction"). A key may hold '/' followed by
+// digits (Ethernet3/1): the segments of digits after a key belong to it, whatever the key's
+// type, since no field name is all digits. A key that has no text form (a struct) is given
+// beside the path as "key".
 //
 // A change is {"op": "set" | "merge" | "del", "path": ..., "key"?: ..., "value"?: ...}:
 //   set    replaces the value at the path (an entity: every field not named goes back to its

@@ -62,7 +62,13 @@ std::string Entity::path() const {
     CollectionField* coll = parentField_->asCollection();
     auto text = coll ? coll->keyText(parentKey_) : std::nullopt;
     p += '/';
-    p += text ? *text : "[" + coll->keyValue(parentKey_).brief() + "]";
+    if (text) {
+      p += *text;
+    } else {
+      p += '[';
+      p += coll->keyValue(parentKey_).brief();
+      p += ']';
+    }
   }
   return p;
 }

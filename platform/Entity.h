@@ -294,8 +294,9 @@ class Attr final : public FieldBase {
   }
 
   Value toValue() const override { return ValueTraits<T>::encode(value_); }
-  bool apply(const Value& v, ApplyMode, DecodeContext& ctx, bool dryRun) override {
-    T decoded = value_;  // structs merge member by member
+  bool apply(const Value& v, ApplyMode mode, DecodeContext& ctx, bool dryRun) override {
+    // A struct merges member by member; set replaces it, so unnamed members take defaults.
+    T decoded = mode == ApplyMode::merge ? value_ : T();
     if (!ValueTraits<T>::decode(v, decoded, ctx)) return false;
     if (!dryRun) set(decoded);
     return true;
@@ -446,6 +447,8 @@ class KeyedObservers {
     return all_->add(std::move(fn));
   }
   Ptr<Subscription> subscribe(const K& key, std::function<void()> fn) {
+    // Lists emptied by cancellation are dropped now and then, not on every write.
+    if (depth_ == 0 && perKey_.size() >= 2 * sweptSize_ + 16) sweep();
     auto& list = perKey_[key];
     if (!list) list = std::make_unique<ObserverList<>>();
     return list->add(std::move(fn));
@@ -456,7 +459,11 @@ class KeyedObservers {
     if (all_ && !all_->empty()) all_->dispatch(key);
     auto it = perKey_.find(key);
     if (it != perKey_.end()) it->second->dispatch();
-    if (--depth_ == 0) sweep();
+    if (--depth_ == 0) {
+      // Only this key's list can have been walked; drop it if its handlers are all gone.
+      it = perKey_.find(key);
+      if (it != perKey_.end() && it->second->empty() && !it->second->dispatching()) perKey_.erase(it);
+    }
   }
 
  private:
@@ -464,9 +471,11 @@ class KeyedObservers {
     for (auto it = perKey_.begin(); it != perKey_.end();) {
       it = it->second->empty() && !it->second->dispatching() ? perKey_.erase(it) : std::next(it);
     }
+    sweptSize_ = perKey_.size();
   }
   std::unique_ptr<ObserverList<K>> all_;
   std::map<K, std::unique_ptr<ObserverList<>>> perKey_;
+  std::size_t sweptSize_ = 0;
   uint32_t depth_ = 0;
 };
 
@@ -556,9 +565,13 @@ class Coll final : public FieldBase, public CollectionField {
     requires kEntities
   {
     using E = typename detail::EntityValue<V>::type;
-    auto it = map_.find(k);
-    if (it != map_.end()) return it->second;
-    return insert(k, make<E>(k, std::forward<A>(args)...));
+    auto it = map_.lower_bound(k);
+    if (it != map_.end() && !(k < it->first)) return it->second;
+    V child = make<E>(k, std::forward<A>(args)...);
+    it = map_.emplace_hint(it, k, child);
+    child->attach(owner_, this, &it->first);
+    changed(it->first, WriteKind::entrySet);
+    return child;
   }
   // Places `child` under `k`, replacing a different child there.
   V insert(const K& k, V child)
@@ -768,7 +781,7 @@ class Coll final : public FieldBase, public CollectionField {
       return true;
     } else {
       V decoded{};
-      if (const V* existing = find(k)) decoded = *existing;
+      if (const V* existing = find(k); existing && mode == ApplyMode::merge) decoded = *existing;
       if (!ValueTraits<V>::decode(v, decoded, ctx)) return false;
       if (!dryRun) set(k, decoded);
       return true;

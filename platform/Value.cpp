@@ -124,7 +124,8 @@ std::string Value::brief() const {
         first = false;
         out += v.brief();
       }
-      return out + "]";
+      out += ']';
+      return out;
     }
     case Kind::object: {
       out = "{";
@@ -133,9 +134,11 @@ std::string Value::brief() const {
         if (!first) out += ",";
         first = false;
         quote(out, k);
-        out += ":" + v.brief();
+        out += ':';
+        out += v.brief();
       }
-      return out + "}";
+      out += '}';
+      return out;
     }
   }
   return out;

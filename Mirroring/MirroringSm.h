@@ -1,0 +1,363 @@
+// Mirroring configuration manager and session processing.
+//
+// `ConfigSm` follows the mirroring configuration and hardware capability, owns one
+// `SessionSm` per configured session (up to the hardware's session limit), hands out global
+// hardware session ids, counts the users of GRE tunnel interfaces and follows interface, LAG
+// and VRF state. Each `SessionSm` decides the operational status of its sources and
+// destinations with the rules below, publishes them in the session's status and, while a
+// destination is active, writes the session's hardware copy. Sessions learn of each other only
+// through the published statuses: a conflict goes to the session whose status was first.
+//
+// Everything runs on the agent's one event-loop thread; handlers call each other re-entrantly.
+// Every handler of a state machine asserts that the machine ran `handleInitialized`.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <ostream>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Mirroring/MirroringModel.h"
+#include "platform/AclTypes.h"
+#include "platform/InterfaceTypes.h"
+#include "platform/IpTypes.h"
+#include "platform/LagTypes.h"
+#include "platform/Reactor.h"
+#include "platform/Syslog.h"
+#include "platform/Trace.h"
+
+namespace Mirroring {
+
+using platform::Ptr;
+
+// The agent's trace facility and syslog messages.
+extern const platform::trace::Facility TRACE;
+extern const platform::syslog::Message MIRRORING_NOSESSIONGROUPS;
+extern const platform::syslog::Message MIRRORING_TIMESTAMP_WITH_TRUNCATE_NOTSUPPORTED;
+extern const platform::syslog::Message MIRRORING_TRUNCATION_NOT_SUPPORTED;
+
+// The companion session of a GRE session that mirrors forwarding drops.
+inline constexpr const char* kFwdingDropPrefix = "__fwdingDrop_";
+inline std::string fwdingDropSessionName(const std::string& session) { return kFwdingDropPrefix + session; }
+inline constexpr const char* kCpuIntfName = "Cpu";
+
+class ConfigSm;
+class SessionSm;
+class MirroringForwardingModelSm;
+
+// --- operational-status rules (pure reads) ---------------------------------------------------
+
+OperStatus getSrcOperStatus(const ConfigSm& configSm, const Ptr<const Session>& session, const std::string& src);
+OperStatus getDestOperStatus(const ConfigSm& configSm, const Ptr<const Session>& session, const std::string& dest);
+bool alreadyActiveSource(const ConfigSm& configSm, const Ptr<const Session>& session, const std::string& intf);
+bool alreadyActiveDest(const ConfigSm& configSm, const Ptr<const Session>& session, const std::string& intf);
+bool intfStatusCheck(const ConfigSm& configSm, const std::string& intf);
+bool destStatusLagCheck(const ConfigSm& configSm, const std::string& intf);
+bool isSrcLagConfigured(const ConfigSm& configSm, const std::string& intf);
+bool isDestLagConfigured(const ConfigSm& configSm, const std::string& intf);
+// Re-evaluate every session that uses the interface as a source (destination).
+void reviewSourceIntfs(ConfigSm& configSm, const platform::IntfId& intf);
+void reviewDestIntfs(ConfigSm& configSm, const platform::IntfId& intf);
+
+// The timestamp-with-truncation report.
+void checkSessionsTruncateAndTimestampMode(const ConfigSm& configSm,
+                                           const Ptr<const Interface::EthIntfStatus>& ethIntfStatus,
+                                           const platform::IntfId& intf);
+void checkIntfTimestampModeAndLog(const ConfigSm& configSm, const Ptr<const Interface::EthIntfStatus>& ethIntfStatus,
+                                  const platform::IntfId& intf, const std::string& session);
+
+// --- followers -------------------------------------------------------------------------------
+
+// Copies the configured session defaults into the hardware defaults and the status.
+class DefaultSessionConfigSm : public platform::RefCounted {
+ public:
+  DefaultSessionConfigSm(Ptr<const DefaultSessionConfig> config, Ptr<DefaultSessionConfig> hwConfig,
+                         Ptr<Status> status);
+  void handleInitialized();
+  void handleGrePayloadType();
+  void handleGreMetadata(MetadataElementType element);
+  void handleGreMetadata();
+  void handleGreTimestampingEnabled();
+  void handlePortMirroringDisabled();
+  void handleTruncationSize();
+  bool initialized() const { return initialized_; }
+
+ private:
+  Ptr<const DefaultSessionConfig> config_;
+  Ptr<DefaultSessionConfig> hwConfig_;
+  Ptr<Status> status_;
+  platform::Reactor reactor_;
+  bool initialized_ = false;
+};
+
+// Follows one Ethernet interface status: activity re-evaluates sessions, the timestamp mode
+// is checked against truncating sessions.
+class EthIntfStatusSm : public platform::RefCounted {
+ public:
+  EthIntfStatusSm(Ptr<const Interface::EthIntfStatus> status, Ptr<const Interface::EthPhyIntfStatus> phyStatus,
+                  ConfigSm* configSm);
+  void handleInitialized();
+  void handleActiveStatus();
+  void handleTimestampMode();
+  void doPrepareToDie();
+  const platform::IntfId& intfId() const { return intfId_; }
+
+ private:
+  Ptr<const Interface::EthIntfStatus> status_;
+  Ptr<const Interface::EthPhyIntfStatus> phyStatus_;
+  platform::IntfId intfId_;
+  ConfigSm* configSm_;
+  platform::Reactor reactor_;
+  bool initialized_ = false;
+};
+
+// Follows the LAG membership of one physical interface.
+class EthLagIntfSm : public platform::RefCounted {
+ public:
+  EthLagIntfSm(Ptr<const Lag::EthPhyIntfLagConfig> config, ConfigSm* configSm);
+  void handleInitialized();
+  void handleLagPhyIntfLag();
+  const platform::IntfId& intfId() const { return intfId_; }
+
+ private:
+  Ptr<const Lag::EthPhyIntfLagConfig> config_;
+  platform::IntfId intfId_;
+  ConfigSm* configSm_;
+  platform::Reactor reactor_;
+  bool initialized_ = false;
+};
+
+// Follows one source entry of one session.
+class SourceIntfSm : public platform::RefCounted {
+ public:
+  SourceIntfSm(Ptr<const SrcIntf> srcIntf, Ptr<const Config> config, Ptr<const Acl::AclTypeConfig> aclConfig,
+               Ptr<const Acl::AclTypeConfig> ip6AclConfig, Ptr<const Acl::AclTypeConfig> macAclConfig,
+               SessionSm* sessionSm);
+  void handleInitialized();
+  void handleDirection();
+  void handleSrcAcl();
+  void handlePriority();
+  void handleAclConfig(const std::string& aclName);
+  const std::string& name() const { return srcIntf_->name(); }
+  const Ptr<const SrcIntf>& srcIntf() const { return srcIntf_; }
+
+ private:
+  Ptr<const SrcIntf> srcIntf_;
+  Ptr<const Config> config_;
+  Ptr<const Acl::AclTypeConfig> aclConfig_, ip6AclConfig_, macAclConfig_;
+  SessionSm* sessionSm_;
+  platform::Reactor reactor_;
+  bool initialized_ = false;
+};
+
+// --- one session -----------------------------------------------------------------------------
+
+class SessionSm : public platform::RefCounted {
+ public:
+  SessionSm(const std::string& name, Ptr<const Session> session, Ptr<SessionStatus> sessionStatus,
+            Ptr<const DefaultSessionConfig> defaultSessionConfig, Ptr<const Acl::AclTypeConfig> aclConfig,
+            Ptr<const Acl::AclTypeConfig> ip6AclConfig, Ptr<const Acl::AclTypeConfig> macAclConfig,
+            bool forwardingDrop, ConfigSm* configSm);
+  ~SessionSm() override;
+
+  const std::string& name() const { return name_; }
+  const Ptr<const Session>& session() const { return session_; }
+  const Ptr<SessionStatus>& sessionStatus() const { return sessionStatus_; }
+  bool forwardingDrop() const { return forwardingDrop_; }
+  uint8_t sessionId() const { return sessionId_; }
+  const std::set<std::string>& activeDest() const { return activeDest_; }
+  bool initialized() const { return initialized_; }
+  ConfigSm* configSm() const { return configSm_; }
+
+  void handleInitialized();
+  void handleSource(const std::string& name);
+  void handleSource();
+  void handleDest(const std::string& name);
+  void handleDest();
+  void handleActiveDest();
+  void doUpdateSrcStatus(const std::string& name, const OperStatus& status);
+  void doUpdateDestStatus(const std::string& name, const OperStatus& status);
+  void doMaybeUpdateHwConfig();
+  void updateHwConfigTargetIntf(const platform::IntfId& intf, bool drop);
+  void handleGreTunnelKey();
+  void handleDropGreTunnelKey();
+  platform::IntfId handleGreTunnelKeyToIntfId(const platform::IntfId& prev, const GreTunnelKey& key);
+  std::string resolveGreTargetIntf(const std::string& name) const;
+  bool hasActiveSource() const;
+  bool hasActiveDestination() const;
+  // Options: each rewrites the hardware session.
+  void handleTruncate();
+  void handleTruncationSize();
+  void handleHeaderRemoval();
+  void handleRxSampleRate();
+  void handleGrePayloadType();
+  void handleGreMetadata();
+  void handleGreTimestampingEnabled();
+  void handlePortMirroringDisabled();
+  void handleMirrorRateLimit();
+  void handleTxGreMetadataEnabled();
+  void handleSecureMonitor();
+  void handleIsInternalOrOwner();
+  void mark();
+  void sweep();
+  void doPrepareToDie();
+
+ private:
+  void activeDestIs(const std::string& name);
+  void activeDestDel(const std::string& name);
+  // The session this one mirrors drops for (a companion's parent), else this session.
+  Ptr<const Session> keySession() const;
+
+  std::string name_;
+  Ptr<const Session> session_;
+  Ptr<SessionStatus> sessionStatus_;
+  Ptr<const DefaultSessionConfig> hwDefaultSessionConfig_;
+  Ptr<const Acl::AclTypeConfig> aclConfig_, ip6AclConfig_, macAclConfig_;
+  bool forwardingDrop_;
+  ConfigSm* configSm_;
+  uint8_t sessionId_ = 0;
+  platform::IntfId prevGreIntfId_;
+  platform::IntfId prevDropGreIntfId_;
+  std::set<std::string> activeDest_;
+  std::map<std::string, Ptr<SourceIntfSm>> srcIntfSm_;
+  std::set<std::string> staleSrcOperStatus_, staleTargetOperStatus_, staleSrcIntfInHwConfig_,
+      staleTargetIntfInHwConfig_;
+  platform::Reactor reactor_;
+  bool initialized_ = false;
+  bool dying_ = false;
+};
+std::ostream& operator<<(std::ostream& os, const SessionSm& sm);
+
+// --- the configuration manager ---------------------------------------------------------------
+
+class ConfigSm : public platform::RefCounted {
+ public:
+  static constexpr uint16_t kGreTunnelNumMax = 64;
+
+  ConfigSm(Ptr<const Config> mirroringConfig, Ptr<Status> mirroringStatus, Ptr<Config> mirroringHwConfig,
+           Ptr<const HwStatus> mirroringHwStatus, Ptr<const HwCapability> mirroringHwCapability,
+           Ptr<const Interface::EthIntfStatusDir> ethIntfStatusDir, Ptr<const Lag::Config> lagConfig,
+           Ptr<const Acl::Config> aclConfig, Ptr<Interface::IntfForwardingModelInputDir> forwardingModelInputDir,
+           Ptr<const Ip::AllVrfStatusGlobal> allVrfStatus, Ptr<const Interface::EthLagIntfStatusDir> lagIntfStatusDir,
+           Ptr<const Interface::AllEthPhyIntfStatusDir> allEthPhyIntfStatusDir = nullptr);
+  ~ConfigSm() override;
+
+  // Inputs and outputs.
+  const Ptr<const Config>& mirroringConfig() const { return mirroringConfig_; }
+  const Ptr<Status>& mirroringStatus() const { return mirroringStatus_; }
+  const Ptr<Config>& mirroringHwConfig() const { return mirroringHwConfig_; }
+  const Ptr<const HwStatus>& mirroringHwStatus() const { return mirroringHwStatus_; }
+  const Ptr<const HwCapability>& mirroringHwCapability() const { return mirroringHwCapability_; }
+  const Ptr<const Interface::EthIntfStatusDir>& ethIntfStatusDir() const { return ethIntfStatusDir_; }
+  const Ptr<const Interface::AllEthPhyIntfStatusDir>& allEthPhyIntfStatusDir() const { return allEthPhyIntfStatusDir_; }
+  const Ptr<const Lag::Config>& lagConfig() const { return lagConfig_; }
+  const Ptr<const Acl::Config>& aclConfig() const { return aclConfig_; }
+  const Ptr<Interface::IntfForwardingModelInputDir>& forwardingModelInputDir() const { return forwardingModelInputDir_; }
+  const Ptr<const Ip::AllVrfStatusGlobal>& allVrfStatus() const { return allVrfStatus_; }
+  const Ptr<const Interface::EthLagIntfStatusDir>& lagIntfStatusDir() const { return lagIntfStatusDir_; }
+  bool initialized() const { return initialized_; }
+
+  // Session lifecycle and global session ids.
+  void handleInitialized();
+  void handleSession(const std::string& name);
+  void handleSession();
+  void handleMaxSupportedSessions();
+  void mark();
+  void sweep();
+  uint8_t allocGlobalSessionId(const std::string& name);
+  void freeGlobalSessionId(const std::string& name, uint8_t id);
+  Ptr<SessionSm> sessionSm(const std::string& name) const;
+  Ptr<SessionSm> sessionSmIs(const std::string& name, Ptr<const Session> session, Ptr<SessionStatus> status,
+                             Ptr<const DefaultSessionConfig> defaultSessionConfig,
+                             Ptr<const Acl::AclTypeConfig> aclConfig, Ptr<const Acl::AclTypeConfig> ip6AclConfig,
+                             Ptr<const Acl::AclTypeConfig> macAclConfig, bool forwardingDrop);
+  void sessionSmDel(const std::string& name);
+  const std::map<std::string, Ptr<SessionSm>>& sessionSms() const { return sessionSm_; }
+  void staleSessionSmDel(const std::string& name) { staleSessionSm_.erase(name); }
+  const std::map<uint8_t, std::string>& globalSessionId() const { return globalSessionId_; }
+  uint32_t globalSessionIdCount() const { return globalSessionIdCount_; }
+
+  // GRE tunnel interfaces.
+  void incGreIntfUserCount(const platform::IntfId& intf);
+  void decGreIntfUserCount(const platform::IntfId& intf);
+  uint16_t greIntfUserCount(const platform::IntfId& intf) const;
+  // Takes the lowest free tunnel number and answers its interface ("Gre<n>").
+  platform::IntfId greTunnelIntfAlloc();
+  // Marks the tunnel number of an interface restored from status as taken.
+  void greTunnelNumberTake(const platform::IntfId& intf);
+  bool greTunnelNumberTaken(uint32_t number) const;
+  void staleGreTunnelKeyIs(const platform::IntfId& intf) { staleGreTunnelKey_.insert(intf); }
+  void staleGreTunnelKeyDel(const platform::IntfId& intf) { staleGreTunnelKey_.erase(intf); }
+  bool staleGreTunnelKeyHas(const platform::IntfId& intf) const { return staleGreTunnelKey_.count(intf) != 0; }
+
+  // Capability handlers.
+  void handleTruncationSupported();
+  void handleHeaderRemovalSupported();
+  void handleCpuDestSupported();
+  void handleLoopbackDestSupported();
+  void handleLagDestSupported();
+  void handleMultiDestSupported();
+  void handleMultiSessionForDestSupported();
+  void handleMultiSessionForSourceSupported();
+  void handleRxSamplingSupported();
+  void handleMirrorDeviceName(const std::string& name);
+  void handleMirrorDeviceName();
+
+  // Interface, LAG and VRF tracking.
+  void handleEthIntfStatus(const platform::IntfId& intf);
+  void handleEthIntfStatus();
+  void handleLagPhyIntf(const platform::IntfId& intf);
+  void handleLagPhyIntf();
+  void handleVrfStatus(const platform::VrfName& vrf);
+  void handleSourceDeactivation(const std::string& sessionName, const std::string& intfName);
+  void handleDestDeactivation(const std::string& sessionName, const std::string& intfName);
+  void maybeUpdateSrcLagMemberState(const std::string& intfName);
+  bool isMirroringSrcPort(const std::string& intfName) const;
+  bool isMirroringDestPort(const std::string& intfName) const;
+  // The Port-Channel an interface is a member of, or the empty id.
+  platform::IntfId lagOf(const std::string& intfName) const;
+
+  const Ptr<MirroringForwardingModelSm>& forwardingModelSm() const { return forwardingModelSm_; }
+  const Ptr<DefaultSessionConfigSm>& defaultSessionConfigSm() const { return defaultSessionConfigSm_; }
+  const std::map<platform::IntfId, Ptr<EthIntfStatusSm>>& ethIntfStatusSms() const { return ethIntfStatusSm_; }
+  const std::map<platform::IntfId, Ptr<EthLagIntfSm>>& ethLagIntfSms() const { return ethLagIntfSm_; }
+
+ private:
+  // Deletes a session's companion and state machine (each told to die first) and its status.
+  void deleteSession(const std::string& name);
+  struct PhyIntfReactor;
+
+  Ptr<const Config> mirroringConfig_;
+  Ptr<Status> mirroringStatus_;
+  Ptr<Config> mirroringHwConfig_;
+  Ptr<const HwStatus> mirroringHwStatus_;
+  Ptr<const HwCapability> mirroringHwCapability_;
+  Ptr<const Interface::EthIntfStatusDir> ethIntfStatusDir_;
+  Ptr<const Lag::Config> lagConfig_;
+  Ptr<const Acl::Config> aclConfig_;
+  Ptr<Interface::IntfForwardingModelInputDir> forwardingModelInputDir_;
+  Ptr<const Ip::AllVrfStatusGlobal> allVrfStatus_;
+  Ptr<const Interface::EthLagIntfStatusDir> lagIntfStatusDir_;
+  Ptr<const Interface::AllEthPhyIntfStatusDir> allEthPhyIntfStatusDir_;
+
+  bool initialized_ = false;
+  std::map<std::string, Ptr<SessionSm>> sessionSm_;
+  std::map<uint8_t, std::string> globalSessionId_;
+  uint32_t globalSessionIdCount_ = 0;
+  std::set<std::string> staleSessionSm_;
+  std::set<platform::IntfId> staleGreTunnelKey_;
+  std::vector<bool> greTunnelBitMap_;
+  std::map<platform::IntfId, uint16_t> greIntfUserCnt_;
+  Ptr<DefaultSessionConfigSm> defaultSessionConfigSm_;
+  Ptr<MirroringForwardingModelSm> forwardingModelSm_;
+  std::map<platform::IntfId, Ptr<EthIntfStatusSm>> ethIntfStatusSm_;
+  std::map<platform::IntfId, Ptr<EthLagIntfSm>> ethLagIntfSm_;
+  std::map<platform::IntfId, std::unique_ptr<PhyIntfReactor>> phyIntf_;
+  platform::Reactor configReactor_, hwStatusReactor_, capabilityReactor_, intfReactor_, lagReactor_, vrfReactor_;
+};
+std::ostream& operator<<(std::ostream& os, const ConfigSm& sm);
+
+}  // namespace Mirroring

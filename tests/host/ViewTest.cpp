@@ -1,0 +1,252 @@
+// The readable view against a database of hand-made entities shaped like the mirroring and
+// tap-aggregation models (the view reads field names, not C++ types).
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "host/View.h"
+#include "platform/Database.h"
+
+namespace {
+
+using platform::Attr;
+using platform::Coll;
+using platform::Ptr;
+using platform::Set;
+
+enum class OperState : uint8_t { unknown = 0, active = 1, inactive = 2 };
+constexpr auto enumEntries(OperState) {
+  return std::array{platform::EnumEntry<OperState>{OperState::unknown, "unknown"},
+                    platform::EnumEntry<OperState>{OperState::active, "active"},
+                    platform::EnumEntry<OperState>{OperState::inactive, "inactive"}};
+}
+enum class Direction : uint8_t { rx = 1, tx = 2, both = 3 };
+constexpr auto enumEntries(Direction) {
+  return std::array{platform::EnumEntry<Direction>{Direction::rx, "rx"},
+                    platform::EnumEntry<Direction>{Direction::tx, "tx"},
+                    platform::EnumEntry<Direction>{Direction::both, "both"}};
+}
+
+struct OperStatus {
+  OperState state{};
+  std::string reason;
+  bool operator==(const OperStatus&) const = default;
+  template <class D>
+  void fields(D& d) {
+    d("state", state);
+    d("reason", reason);
+  }
+};
+
+struct SrcIntf : platform::EntityOf<SrcIntf> {
+  static constexpr const char* typeName = "ViewTest::SrcIntf";
+  explicit SrcIntf(const std::string& k) { name.set(k); }
+  Attr<std::string> name{this};
+  Attr<Direction> direction{this};
+  template <class D>
+  void fields(D& d) {
+    d.key("name", name);
+    d("direction", direction);
+  }
+};
+
+struct Session : platform::EntityOf<Session> {
+  static constexpr const char* typeName = "ViewTest::Session";
+  explicit Session(const std::string& k) { name.set(k); }
+  Attr<std::string> name{this};
+  Coll<std::string, Ptr<SrcIntf>> srcIntf{this};
+  Set<std::string> targetIntf{this};
+  Attr<int32_t> sessionId{this};
+  template <class D>
+  void fields(D& d) {
+    d.key("name", name);
+    d("srcIntf", srcIntf);
+    d("targetIntf", targetIntf);
+    d("sessionId", sessionId);
+  }
+};
+
+struct Config : platform::EntityOf<Config> {
+  static constexpr const char* typeName = "ViewTest::Config";
+  Coll<std::string, Ptr<Session>> session{this};
+  template <class D>
+  void fields(D& d) {
+    d("session", session);
+  }
+};
+
+struct SessionStatus : platform::EntityOf<SessionStatus> {
+  static constexpr const char* typeName = "ViewTest::SessionStatus";
+  explicit SessionStatus(const std::string& k) { name.set(k); }
+  Attr<std::string> name{this};
+  Coll<std::string, OperStatus> srcOperStatus{this};
+  Coll<std::string, OperStatus> targetOperStatus{this};
+  Attr<OperStatus> truncateOperStatus{this};
+  Attr<std::string> mirrorDeviceName{this};
+  template <class D>
+  void fields(D& d) {
+    d.key("name", name);
+    d("srcOperStatus", srcOperStatus);
+    d("targetOperStatus", targetOperStatus);
+    d("truncateOperStatus", truncateOperStatus);
+    d("mirrorDeviceName", mirrorDeviceName);
+  }
+};
+
+struct Status : platform::EntityOf<Status> {
+  static constexpr const char* typeName = "ViewTest::Status";
+  Coll<std::string, Ptr<SessionStatus>> sessionStatus{this};
+  template <class D>
+  void fields(D& d) {
+    d("sessionStatus", sessionStatus);
+  }
+};
+
+enum class TapAggMode : uint8_t { off = 0, exclusive = 1, mixed = 2 };
+constexpr auto enumEntries(TapAggMode) {
+  return std::array{platform::EnumEntry<TapAggMode>{TapAggMode::off, "tapAggModeOff"},
+                    platform::EnumEntry<TapAggMode>{TapAggMode::exclusive, "tapAggModeExclusive"},
+                    platform::EnumEntry<TapAggMode>{TapAggMode::mixed, "tapAggModeMixed"}};
+}
+
+struct CliConfig : platform::EntityOf<CliConfig> {
+  static constexpr const char* typeName = "ViewTest::CliConfig";
+  Attr<TapAggMode> mode{this};
+  template <class D>
+  void fields(D& d) {
+    d("mode", mode);
+  }
+};
+
+struct PortStatus {
+  bool active = false;
+  std::string reason;
+  bool operator==(const PortStatus&) const = default;
+  template <class D>
+  void fields(D& d) {
+    d("active", active);
+    d("reason", reason);
+  }
+};
+
+struct GroupStatus : platform::EntityOf<GroupStatus> {
+  static constexpr const char* typeName = "ViewTest::GroupStatus";
+  explicit GroupStatus(const std::string& k) { name.set(k); }
+  Attr<std::string> name{this};
+  Coll<std::string, PortStatus> tapPort{this};
+  Coll<std::string, PortStatus> toolPort{this};
+  template <class D>
+  void fields(D& d) {
+    d.key("name", name);
+    d("tapPort", tapPort);
+    d("toolPort", toolPort);
+  }
+};
+
+struct TapAggStatus : platform::EntityOf<TapAggStatus> {
+  static constexpr const char* typeName = "ViewTest::TapAggStatus";
+  Coll<std::string, Ptr<GroupStatus>> group{this};
+  template <class D>
+  void fields(D& d) {
+    d("group", group);
+  }
+};
+
+template <class T>
+Ptr<T> mount(platform::Database& db, const std::string& path) {
+  return platform::dynamicPtrCast<T>(db.rootIs<T>(path)->root());
+}
+
+// Adds a configured session with its sources (name, direction) and destinations.
+void addSession(Config& config, const std::string& name, std::vector<std::pair<std::string, Direction>> sources,
+                std::vector<std::string> targets) {
+  Ptr<Session> s = config.session.is(name);
+  for (const auto& [intf, dir] : sources) s->srcIntf.is(intf)->direction.set(dir);
+  for (const auto& t : targets) s->targetIntf.insert(t);
+}
+
+OperStatus active() { return {OperState::active, ""}; }
+OperStatus inactive(const std::string& reason) { return {OperState::inactive, reason}; }
+
+TEST(View, MonitorSessionsJoinConfigurationStatusAndHardwareBySession) {
+  platform::Database db;
+  auto config = mount<Config>(db, "mirroring/config");
+  auto status = mount<Status>(db, "mirroring/status");
+  auto hw = mount<Config>(db, "mirroring/hwconfig");
+
+  addSession(*config, "s1", {{"Ethernet10", Direction::rx}, {"Ethernet2", Direction::both}}, {"Ethernet5"});
+  addSession(*config, "s2", {{"Ethernet7", Direction::tx}}, {"Cpu"});
+  Ptr<SessionStatus> s1 = status->sessionStatus.is("s1");
+  s1->srcOperStatus.set("Ethernet2", active());
+  s1->srcOperStatus.set("Ethernet10", inactive("Source Conflict"));
+  s1->srcOperStatus.set("Ethernet1", inactive("Interface Mode Conflict"));  // left by an earlier run
+  s1->targetOperStatus.set("Ethernet5", active());
+  s1->truncateOperStatus.set(inactive("Not Configured"));
+  s1->mirrorDeviceName.set("mirror1");
+  addSession(*hw, "s1", {{"Ethernet2", Direction::both}}, {"Ethernet5"});
+  hw->session.get("s1")->sessionId.set(1);
+
+  EXPECT_EQ(host::renderView(db),
+            "Monitor sessions\n"
+            "----------------\n"
+            "Session s1\n"
+            "  Mirror device:  mirror1\n"
+            "  Truncation:     inactive (Not Configured)\n"
+            "  Hardware:       session id 1; sources Ethernet2 (both); targets Ethernet5\n"
+            "  Source      Direction  State     Reason\n"
+            "  Ethernet1   -          inactive  Interface Mode Conflict\n"
+            "  Ethernet2   both       active\n"
+            "  Ethernet10  rx         inactive  Source Conflict\n"
+            "  Destination  State   Reason\n"
+            "  Ethernet5    active\n"
+            "Session s2\n"
+            "  Hardware:       not programmed\n"
+            "  Source     Direction  State  Reason\n"
+            "  Ethernet7  tx         -\n"
+            "  Destination  State  Reason\n"
+            "  Cpu          -\n");
+}
+
+TEST(View, SectionsAppearOnlyForMountsThatArePresent) {
+  platform::Database empty;
+  EXPECT_EQ(host::renderView(empty), "Nothing to show: none of the mounts the view reads is present.\n");
+
+  platform::Database statusOnly;
+  mount<Status>(statusOnly, "mirroring/status");
+  EXPECT_EQ(host::renderView(statusOnly), "Monitor sessions\n----------------\nNo sessions.\n");
+
+  platform::Database tapOnly;
+  mount<CliConfig>(tapOnly, "tapagg/cliconfig")->mode.set(TapAggMode::mixed);
+  std::ostringstream sessions;
+  EXPECT_FALSE(host::renderMonitorSessions(tapOnly, sessions));
+  EXPECT_EQ(sessions.str(), "");
+  EXPECT_EQ(host::renderView(tapOnly), "Tap aggregation\n---------------\nMode: mixed\n");
+}
+
+TEST(View, TapAggregationListsEachGroupsTapAndToolPorts) {
+  platform::Database db;
+  mount<CliConfig>(db, "tapagg/cliconfig")->mode.set(TapAggMode::exclusive);
+  auto status = mount<TapAggStatus>(db, "tapagg/status");
+  Ptr<GroupStatus> g1 = status->group.is("g1");
+  g1->tapPort.set("Ethernet10", {true, ""});
+  g1->tapPort.set("Ethernet9", {false, "Link down,"});
+  g1->toolPort.set("Ethernet1", {false, "Mirror destination,"});
+  status->group.is("g2")->toolPort.set("Port-Channel3", {true, ""});
+  mount<Status>(db, "mirroring/status");
+
+  EXPECT_EQ(host::renderView(db),
+            "Monitor sessions\n"
+            "----------------\n"
+            "No sessions.\n"
+            "\n"
+            "Tap aggregation\n"
+            "---------------\n"
+            "Mode: exclusive\n"
+            "Group  Port           Role  Active  Reason\n"
+            "g1     Ethernet9      tap   no      Link down,\n"
+            "g1     Ethernet10     tap   yes\n"
+            "g1     Ethernet1      tool  no      Mirror destination,\n"
+            "g2     Port-Channel3  tool  yes\n");
+}
+
+}  // namespace

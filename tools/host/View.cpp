@@ -1,0 +1,268 @@
+#include "host/View.h"
+
+#include <algorithm>
+#include <cctype>
+#include <optional>
+#include <ostream>
+#include <set>
+#include <sstream>
+#include <string_view>
+#include <utility>
+
+#include "platform/Codec.h"
+#include "platform/IntfId.h"
+
+namespace host {
+
+using platform::Value;
+
+void Table::print(std::ostream& out, const std::string& indent) const {
+  std::vector<std::size_t> widths(headers_.size(), 0);
+  auto measure = [&](const std::vector<std::string>& cells) {
+    for (std::size_t i = 0; i < cells.size() && i < widths.size(); ++i) widths[i] = std::max(widths[i], cells[i].size());
+  };
+  measure(headers_);
+  for (const auto& row : rows_) measure(row);
+  auto line = [&](const std::vector<std::string>& cells) {
+    std::string text = indent;
+    for (std::size_t i = 0; i < widths.size(); ++i) {
+      std::string cell = i < cells.size() ? cells[i] : "";
+      text += cell;
+      if (i + 1 < widths.size()) text += std::string(widths[i] - cell.size() + 2, ' ');
+    }
+    text.erase(text.find_last_not_of(' ') + 1);
+    out << text << '\n';
+  };
+  line(headers_);
+  for (const auto& row : rows_) line(row);
+}
+
+namespace {
+
+// --- reading Values by field name ---------------------------------------------------------
+
+const Value* member(const Value* v, std::string_view name) { return v ? v->find(name) : nullptr; }
+
+// A value as one cell: scalars as they are, structs as "name=value" pairs, lists joined.
+std::string text(const Value* v) {
+  if (!v) return "-";
+  switch (v->kind()) {
+    case Value::Kind::null: return "-";
+    case Value::Kind::string: return v->asString();
+    case Value::Kind::boolean: return v->asBool() ? "true" : "false";
+    case Value::Kind::array: {
+      std::string out;
+      for (const auto& item : v->asArray()) out += (out.empty() ? "" : ", ") + text(&item);
+      return out;
+    }
+    case Value::Kind::object: {
+      std::string out;
+      for (const auto& [k, item] : v->asObject()) out += (out.empty() ? "" : ", ") + k + "=" + text(&item);
+      return out;
+    }
+    default: return platform::toJson(*v);  // numbers as JSON writes them: 1.5, 108.0, 7
+  }
+}
+
+// The entries of a collection, whatever its JSON shape: an object (text keys), an array of
+// {key, value} pairs (struct keys) or an array of keys (a set, whose entries have no value).
+std::vector<std::pair<std::string, const Value*>> entries(const Value* v) {
+  std::vector<std::pair<std::string, const Value*>> out;
+  if (!v) return out;
+  if (v->isObject()) {
+    for (const auto& [k, item] : v->asObject()) out.emplace_back(k, &item);
+  } else if (v->isArray()) {
+    for (const auto& item : v->asArray()) {
+      const Value* k = item.find("key");
+      if (k && item.find("value")) out.emplace_back(text(k), item.find("value"));
+      else out.emplace_back(text(&item), nullptr);
+    }
+  }
+  return out;
+}
+
+const Value* entry(const Value* collection, const std::string& key) {
+  for (const auto& [k, v] : entries(collection)) {
+    if (k == key) return v;
+  }
+  return nullptr;
+}
+
+// Interface names in the order an operator reads them (Ethernet2 before Ethernet10).
+struct IntfOrder {
+  bool operator()(const std::string& a, const std::string& b) const {
+    return platform::IntfId(a) < platform::IntfId(b);
+  }
+};
+using IntfNames = std::set<std::string, IntfOrder>;
+
+void addKeys(IntfNames& names, const Value* collection) {
+  for (const auto& [k, v] : entries(collection)) names.insert(k);
+}
+
+// {state, reason} of an OperStatus-shaped value; "-" when there is none.
+std::pair<std::string, std::string> operStatus(const Value* v) {
+  if (!v) return {"-", ""};
+  if (!v->isObject()) return {text(v), ""};
+  const Value* reason = member(v, "reason");
+  return {text(member(v, "state")), reason ? text(reason) : ""};
+}
+
+std::string withReason(const std::pair<std::string, std::string>& status) {
+  return status.second.empty() ? status.first : status.first + " (" + status.second + ")";
+}
+
+// The content of a mount, or null when the database has no such mount.
+std::optional<Value> mountContent(const platform::Database& db, const std::string& path) {
+  platform::Mount* m = db.find(path);
+  if (!m) return std::nullopt;
+  return platform::entityToValue(*m->root());
+}
+
+void heading(std::ostream& out, const std::string& title) {
+  out << title << '\n' << std::string(title.size(), '-') << '\n';
+}
+
+// --- monitor sessions ---------------------------------------------------------------------
+
+void renderSession(std::ostream& out, const std::string& name, const Value* config, const Value* status,
+                   const Value* hw, bool hwMounted) {
+  out << "Session " << name << '\n';
+  if (status) {
+    std::string device = text(member(status, "mirrorDeviceName"));
+    out << "  Mirror device:  " << (device.empty() ? "-" : device) << '\n';
+    out << "  Truncation:     " << withReason(operStatus(member(status, "truncateOperStatus"))) << '\n';
+  }
+  if (hwMounted) {
+    if (!hw) {
+      out << "  Hardware:       not programmed\n";
+    } else {
+      std::string sources;
+      for (const auto& [intf, src] : entries(member(hw, "srcIntf"))) {
+        sources += (sources.empty() ? "" : ", ") + intf + " (" + text(member(src, "direction")) + ")";
+      }
+      std::string targets;
+      for (const auto& [intf, v] : entries(member(hw, "targetIntf"))) targets += (targets.empty() ? "" : ", ") + intf;
+      out << "  Hardware:       session id " << text(member(hw, "sessionId")) << "; sources "
+          << (sources.empty() ? "none" : sources) << "; targets " << (targets.empty() ? "none" : targets) << '\n';
+    }
+  }
+
+  IntfNames sources;
+  addKeys(sources, member(config, "srcIntf"));
+  addKeys(sources, member(status, "srcOperStatus"));
+  Table srcTable({"Source", "Direction", "State", "Reason"});
+  for (const auto& intf : sources) {
+    const Value* src = entry(member(config, "srcIntf"), intf);
+    auto [state, reason] = operStatus(entry(member(status, "srcOperStatus"), intf));
+    srcTable.addRow({intf, src ? text(member(src, "direction")) : "-", state, reason});
+  }
+  if (!srcTable.empty()) srcTable.print(out, "  ");
+
+  IntfNames targets;
+  addKeys(targets, member(config, "targetIntf"));
+  addKeys(targets, member(status, "targetOperStatus"));
+  Table destTable({"Destination", "State", "Reason"});
+  for (const auto& intf : targets) {
+    auto [state, reason] = operStatus(entry(member(status, "targetOperStatus"), intf));
+    destTable.addRow({intf, state, reason});
+  }
+  if (!destTable.empty()) destTable.print(out, "  ");
+}
+
+}  // namespace
+
+bool renderMonitorSessions(const platform::Database& db, std::ostream& out) {
+  auto config = mountContent(db, "mirroring/config");
+  auto status = mountContent(db, "mirroring/status");
+  auto hwconfig = mountContent(db, "mirroring/hwconfig");
+  if (!config && !status && !hwconfig) return false;
+  const Value* configured = config ? member(&*config, "session") : nullptr;
+  const Value* published = status ? member(&*status, "sessionStatus") : nullptr;
+  const Value* programmed = hwconfig ? member(&*hwconfig, "session") : nullptr;
+
+  heading(out, "Monitor sessions");
+  std::set<std::string> names;
+  for (const Value* coll : {configured, published, programmed}) {
+    for (const auto& [k, v] : entries(coll)) names.insert(k);
+  }
+  if (names.empty()) out << "No sessions.\n";
+  for (const auto& name : names) {
+    renderSession(out, name, entry(configured, name), entry(published, name), entry(programmed, name),
+                  hwconfig.has_value());
+  }
+  return true;
+}
+
+bool renderTapAggregation(const platform::Database& db, std::ostream& out) {
+  auto cli = mountContent(db, "tapagg/cliconfig");
+  auto status = mountContent(db, "tapagg/status");
+  if (!cli && !status) return false;
+  heading(out, "Tap aggregation");
+  if (cli) {
+    // The enumerators read "tapAggModeExclusive"; an operator reads "exclusive".
+    std::string mode = text(member(&*cli, "mode"));
+    static constexpr std::string_view modePrefix = "tapAggMode";
+    if (mode.size() > modePrefix.size() && mode.starts_with(modePrefix)) {
+      mode = mode.substr(modePrefix.size());
+      mode[0] = char(std::tolower(static_cast<unsigned char>(mode[0])));
+    }
+    out << "Mode: " << mode << '\n';
+  }
+  if (!status) return true;
+  Table ports({"Group", "Port", "Role", "Active", "Reason"});
+  for (const auto& [group, groupStatus] : entries(member(&*status, "group"))) {
+    for (const char* role : {"tap", "tool"}) {
+      std::string field = std::string(role) + "Port";
+      IntfNames names;
+      addKeys(names, member(groupStatus, field));
+      for (const auto& intf : names) {
+        const Value* port = entry(member(groupStatus, field), intf);
+        const Value* active = member(port, "active");
+        std::string activeText = active && active->isBool() ? (active->asBool() ? "yes" : "no") : text(active);
+        const Value* reason = member(port, "reason");
+        ports.addRow({group, intf, role, activeText, reason ? text(reason) : ""});
+      }
+    }
+  }
+  if (ports.empty()) out << "No tap or tool ports.\n";
+  else ports.print(out);
+  return true;
+}
+
+bool renderErrdisabledInterfaces(const platform::Database& db, std::ostream& out) {
+  static constexpr std::string_view prefix = "interface/errdisable/cause/";
+  // An entry's value is when the interface was disabled (clock seconds).
+  Table table({"Interface", "Cause", "Since"});
+  bool any = false;
+  for (platform::Mount* m : db.mounts()) {
+    if (!m->path().starts_with(prefix)) continue;
+    any = true;
+    Value content = platform::entityToValue(*m->root());
+    std::string cause = m->path().substr(prefix.size());
+    IntfNames names;
+    addKeys(names, member(&content, "intfStatus"));
+    for (const auto& intf : names) table.addRow({intf, cause, text(entry(member(&content, "intfStatus"), intf))});
+  }
+  if (!any) return false;
+  heading(out, "Errdisabled interfaces");
+  if (table.empty()) out << "No interfaces errdisabled.\n";
+  else table.print(out);
+  return true;
+}
+
+std::string renderView(const platform::Database& db) {
+  std::ostringstream out;
+  bool first = true;
+  for (auto render : {renderMonitorSessions, renderTapAggregation, renderErrdisabledInterfaces}) {
+    std::ostringstream section;
+    if (!render(db, section)) continue;
+    if (!first) out << '\n';
+    out << section.str();
+    first = false;
+  }
+  if (first) out << "Nothing to show: none of the mounts the view reads is present.\n";
+  return out.str();
+}
+
+}  // namespace host

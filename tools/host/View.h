@@ -1,0 +1,49 @@
+// The readable view: what an operator wants to see of the agent's state, as plain text.
+//
+// The view reads the database through the reflection (each mount's content as a Value), by
+// mount path and field name, not through the agent's C++ types: the host does not link the
+// agent, and the view keeps working while those types grow. Each section has its own small
+// renderer and is left out when none of the mounts it reads is present. A field that is
+// missing or has an unexpected shape shows as "-" rather than failing the view.
+//
+// Sections and what they read:
+//   Monitor sessions        mirroring/config (session: srcIntf/direction, targetIntf),
+//                           mirroring/status (sessionStatus: srcOperStatus, targetOperStatus,
+//                           truncateOperStatus, mirrorDeviceName),
+//                           mirroring/hwconfig (session: sessionId, srcIntf, targetIntf)
+//   Tap aggregation         tapagg/cliconfig (mode), tapagg/status (group: tapPort, toolPort,
+//                           each {active, reason})
+//   Errdisabled interfaces  interface/errdisable/cause/<cause> (intfStatus: interface to the
+//                           clock time it was disabled)
+#pragma once
+
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "platform/Database.h"
+
+namespace host {
+
+// Columns padded to their widest cell, two blanks apart, no trailing blanks.
+class Table {
+ public:
+  explicit Table(std::vector<std::string> headers) : headers_(std::move(headers)) {}
+  void addRow(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
+  bool empty() const { return rows_.empty(); }
+  void print(std::ostream& out, const std::string& indent = "") const;
+
+ private:
+  std::vector<std::string> headers_;
+  std::vector<std::vector<std::string>> rows_;
+};
+
+// One renderer per section; each answers false (and writes nothing) when its mounts are absent.
+bool renderMonitorSessions(const platform::Database& db, std::ostream& out);
+bool renderTapAggregation(const platform::Database& db, std::ostream& out);
+bool renderErrdisabledInterfaces(const platform::Database& db, std::ostream& out);
+
+// Every section that has something to read, separated by blank lines.
+std::string renderView(const platform::Database& db);
+
+}  // namespace host

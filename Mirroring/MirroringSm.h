@@ -104,6 +104,7 @@ class EthIntfStatusSm : public platform::RefCounted {
   void handleTimestampMode();
   void doPrepareToDie();
   const platform::IntfId& intfId() const { return intfId_; }
+  bool initialized() const { return initialized_; }
 
  private:
   Ptr<const Interface::EthIntfStatus> status_;
@@ -121,6 +122,7 @@ class EthLagIntfSm : public platform::RefCounted {
   void handleInitialized();
   void handleLagPhyIntfLag();
   const platform::IntfId& intfId() const { return intfId_; }
+  bool initialized() const { return initialized_; }
 
  private:
   Ptr<const Lag::EthPhyIntfLagConfig> config_;
@@ -143,6 +145,7 @@ class SourceIntfSm : public platform::RefCounted {
   void handleAclConfig(const std::string& aclName);
   const std::string& name() const { return srcIntf_->name(); }
   const Ptr<const SrcIntf>& srcIntf() const { return srcIntf_; }
+  bool initialized() const { return initialized_; }
 
  private:
   Ptr<const SrcIntf> srcIntf_;
@@ -204,12 +207,20 @@ class SessionSm : public platform::RefCounted {
   void mark();
   void sweep();
   void doPrepareToDie();
+  // Stops reacting (the configuration manager is going away).
+  void detach();
+  // Whether this state machine was built from these very arguments.
+  bool sameArguments(const Ptr<const Session>& session, const Ptr<SessionStatus>& status,
+                     const Ptr<const DefaultSessionConfig>& defaultSessionConfig,
+                     const Ptr<const Acl::AclTypeConfig>& aclConfig, const Ptr<const Acl::AclTypeConfig>& ip6AclConfig,
+                     const Ptr<const Acl::AclTypeConfig>& macAclConfig, bool forwardingDrop) const;
 
  private:
   void activeDestIs(const std::string& name);
   void activeDestDel(const std::string& name);
-  // The session this one mirrors drops for (a companion's parent), else this session.
-  Ptr<const Session> keySession() const;
+  // The GRE tunnel interface this session's key (its drop key, for a companion) maps to.
+  platform::IntfId resolvedGreIntf() const;
+  const HwCapability* capability() const;
 
   std::string name_;
   Ptr<const Session> session_;
@@ -356,7 +367,8 @@ class ConfigSm : public platform::RefCounted {
   std::map<platform::IntfId, Ptr<EthIntfStatusSm>> ethIntfStatusSm_;
   std::map<platform::IntfId, Ptr<EthLagIntfSm>> ethLagIntfSm_;
   std::map<platform::IntfId, std::unique_ptr<PhyIntfReactor>> phyIntf_;
-  platform::Reactor configReactor_, hwStatusReactor_, capabilityReactor_, intfReactor_, lagReactor_, vrfReactor_;
+  platform::Reactor configReactor_, hwStatusReactor_, capabilityReactor_, truncationDefaultReactor_, intfReactor_,
+      lagReactor_, vrfReactor_;
 };
 std::ostream& operator<<(std::ostream& os, const ConfigSm& sm);
 

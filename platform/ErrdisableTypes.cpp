@@ -19,7 +19,10 @@ void ErrdisableCauseGroupInit(platform::EntityManager* em, const std::string& gr
   const std::string path = causeGroupPath(groupName);
   platform::Ptr<CauseGroup> group = em->lookup<CauseGroup>(path);
   // The assertion text is fixed, so name the group that is missing first.
-  if (!group) std::fprintf(stderr, "errdisable cause group \"%s\": no CauseGroup mounted at %s\n", groupName.c_str(), path.c_str());
+  if (!group) {
+    std::fprintf(stderr, "errdisable cause group \"%s\": no CauseGroup mounted writable at %s\n", groupName.c_str(),
+                 path.c_str());
+  }
   PLATFORM_ASSERT(group && "no errdisable cause group mounted at interface/errdisable/causegroup/<groupName>");
   group->groupName.set(groupName);
   group->causeDescription.set(causeDescription);

@@ -8,7 +8,7 @@
 // Preconditions a caller could get wrong:
 // - `ErrdisableCauseGroupInit` needs the cause group mounted writable by the calling agent at
 //   that path; a missing mount is a fatal assertion.
-// - Time stamps are seconds on the agent's clock (`EntityManager::clock()`), not wall time.
+// - Time stamps are in seconds on the writing agent's clock (`EntityManager::clock()`).
 #pragma once
 
 #include <array>
@@ -26,7 +26,8 @@ namespace Errdisable {
 enum CauseGroupType : uint8_t { causeGroupTypeInterface = 0, causeGroupTypeSystem = 1 };
 constexpr auto enumEntries(CauseGroupType) {
   using E = platform::EnumEntry<CauseGroupType>;
-  return std::array{E{causeGroupTypeInterface, "causeGroupTypeInterface"}, E{causeGroupTypeSystem, "causeGroupTypeSystem"}};
+  return std::array{E{causeGroupTypeInterface, "causeGroupTypeInterface"},
+                    E{causeGroupTypeSystem, "causeGroupTypeSystem"}};
 }
 
 // The interfaces one cause has error-disabled, with when.

@@ -1,4 +1,2 @@
+// SliceStatus has no behaviour of its own; this unit checks that its header stands alone.
 #include "platform/HardwareTypes.h"
-
-// SliceStatus is all fields; this unit keeps the type's description in the platform library.
-namespace Hardware {}  // namespace Hardware

@@ -36,8 +36,10 @@ enum TimestampMode : uint8_t {
 };
 constexpr auto enumEntries(TimestampMode) {
   using E = platform::EnumEntry<TimestampMode>;
-  return std::array{E{timestampModeDisabled, "timestampModeDisabled"}, E{timestampModeBeforeFcs, "timestampModeBeforeFcs"},
-                    E{timestampModeReplaceFcs, "timestampModeReplaceFcs"}, E{timestampModeHeader, "timestampModeHeader"}};
+  return std::array{E{timestampModeDisabled, "timestampModeDisabled"},
+                    E{timestampModeBeforeFcs, "timestampModeBeforeFcs"},
+                    E{timestampModeReplaceFcs, "timestampModeReplaceFcs"},
+                    E{timestampModeHeader, "timestampModeHeader"}};
 }
 
 enum IntfForwardingModel : uint8_t {

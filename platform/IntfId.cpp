@@ -132,8 +132,15 @@ std::optional<Parsed> parseName(std::string_view text) {
           return std::nullopt;
         }
         break;
-      case IntfKind::portChannel:
       case IntfKind::greTunnel:
+        // Gre0 is valid: configuration uses it to name "the session's own tunnel", and
+        // tunnel interfaces the agent allocates are numbered from 1.
+        if (!(n = c.number())) {
+          return std::nullopt;
+        }
+        p.n1 = *n;
+        break;
+      case IntfKind::portChannel:
         if (!(n = c.numberAtLeast(1))) {
           return std::nullopt;
         }

@@ -9,7 +9,7 @@
 //                                                        "Port-Channel5.100" are NOT
 //                                                        port-channels: they get kind other
 //   Cpu                                                  exactly
-//   Gre<n>                                               n >= 1, the GRE tunnel number
+//   Gre<n>                                               n >= 0, the GRE tunnel number (0: the session's own tunnel in configuration)
 //   Loopback<n>                                          n >= 0
 //   Vlan<n>                                              1 <= n <= 4094
 //   Management<n>, Management<n>/<p>                     n >= 0, p >= 1
@@ -60,7 +60,7 @@ class IntfId {
 
   // nullopt unless `text` is one of the accepted forms; "" is not one of them.
   static std::optional<IntfId> parse(std::string_view text);
-  // "Gre<number>". number must be >= 1: "Gre0" is not a tunnel name and yields kind other.
+  // "Gre<number>". Allocated tunnels are numbered from 1; "Gre0" names "the session's own tunnel".
   static IntfId greTunnel(uint32_t number);
 
   const std::string& name() const { return name_; }

@@ -5,7 +5,7 @@
 // `AgentStatus`. `BootStagesHelper` bundles what an agent needs for that, so the agent's own
 // operation that installs it can compare the arguments with what it already holds.
 //
-// Stage paths may be qualified by the cell (the supervisor) they belong to: `cellPath` gives
+// Stage paths may be qualified by the cell they belong to: `cellPath` gives
 // "cell/<cell>/<path>".
 //
 // Precondition a caller could get wrong: the helper holds a plain pointer to its agent; the

@@ -1,124 +1,17 @@
 // End-to-end tests of mirroringd: the real executable, the test agent plug-in, temporary
 // state files and change streams, and assertions on the dump, the change stream out, the
 // syslog lines, the exit code and the messages on standard error.
-#include <fcntl.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <nlohmann/json.hpp>
-#include <sstream>
-#include <string>
-#include <vector>
-
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-namespace fs = std::filesystem;
-using Json = nlohmann::ordered_json;
+#include "MirroringdRunner.h"
+
+using namespace hosttest;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
 namespace {
-
-struct Result {
-  int exitCode = -1;
-  std::string out;
-  std::string err;
-};
-
-std::string readFile(const fs::path& p) {
-  std::ifstream in(p);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-std::vector<std::string> lines(const std::string& text) {
-  std::vector<std::string> out;
-  std::istringstream in(text);
-  for (std::string line; std::getline(in, line);) out.push_back(line);
-  return out;
-}
-
-// Every JSON document in `text`, one after the other (dumps are pretty-printed).
-std::vector<Json> documents(const std::string& text) {
-  std::vector<Json> out;
-  std::istringstream in(text);
-  while (in >> std::ws, in.peek() != std::char_traits<char>::eof()) {
-    Json j;
-    in >> j;
-    out.push_back(std::move(j));
-  }
-  return out;
-}
-
-class MirroringdTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/mirroringdTestXXXXXX";
-    ASSERT_TRUE(mkdtemp(pattern));
-    dir_ = pattern;
-  }
-  void TearDown() override { fs::remove_all(dir_); }
-
-  std::string file(const std::string& name, const std::string& content) {
-    fs::path p = dir_ / name;
-    std::ofstream(p) << content;
-    return p.string();
-  }
-  std::string path(const std::string& name) const { return (dir_ / name).string(); }
-
-  // Runs mirroringd with the test plug-in (unless `withPlugin` is false), `stdinText` on its
-  // standard input, and TRACE and MIRRORINGD_PLUGIN cleared unless given in `env`.
-  Result run(std::vector<std::string> args, const std::string& stdinText = "",
-             const std::map<std::string, std::string>& env = {}, bool withPlugin = true) {
-    if (withPlugin) args.insert(args.begin(), {"--plugin", TEST_AGENT_PATH});
-    std::string in = file("stdin.txt", stdinText);
-    std::string out = path("stdout.txt"), err = path("stderr.txt");
-    pid_t pid = fork();
-    if (pid == 0) {
-      unsetenv("TRACE");
-      unsetenv("MIRRORINGD_PLUGIN");
-      for (const auto& [k, v] : env) setenv(k.c_str(), v.c_str(), 1);
-      int fds[3] = {open(in.c_str(), O_RDONLY), open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644),
-                    open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644)};
-      for (int i = 0; i < 3; ++i) dup2(fds[i], i);
-      std::vector<char*> argv{const_cast<char*>(MIRRORINGD_PATH)};
-      for (auto& a : args) argv.push_back(a.data());
-      argv.push_back(nullptr);
-      execv(MIRRORINGD_PATH, argv.data());
-      _exit(127);
-    }
-    int status = 0;
-    waitpid(pid, &status, 0);
-    Result r;
-    r.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    r.out = readFile(out);
-    r.err = readFile(err);
-    return r;
-  }
-
-  // Runs a state file and a change stream; answers the final dump of every mount.
-  Json dumpAfter(const std::string& state, const std::string& changes, std::vector<std::string> extra = {},
-                 Result* result = nullptr) {
-    std::vector<std::string> args = {"--quiet-syslog", "--dump", path("dump.json"), "--changes",
-                                      file("changes.jsonl", changes)};
-    args.insert(args.end(), extra.begin(), extra.end());
-    args.push_back(file("state.json", state));
-    Result r = run(args);
-    if (result) *result = r;
-    EXPECT_EQ(r.exitCode, 0) << r.err;
-    auto docs = documents(readFile(path("dump.json")));
-    return docs.empty() ? Json() : docs.back();
-  }
-
-  fs::path dir_;
-};
 
 const char* const baseState = R"({
   "test/config": {"value": "hello", "item": {"a": true, "b": false}},
@@ -131,7 +24,8 @@ TEST_F(MirroringdTest, LoadsTheStateStartsTheAgentAndDumpsAllOrNamedMounts) {
                     "port": {"Ethernet3/1": {"enabled": true}}, "tag": ["x", "y"],
                     "tunnel": [{"key": {"src": "10.0.0.1", "dst": "10.0.0.2"}, "value": "t1"}]},
     "test/status": {"item": {"a": true, "leftover": true}},
-    "test/dir": {"entry": {"n1": {"@type": "Test::Note", "text": "hi"}}}
+    "test/dir": {"entry": {"n1": {"@type": "Test::Note", "text": "hi"},
+                           "slice0": {"@type": "Hardware::SliceStatus", "ready": true}}}
   })";
   Json dump = dumpAfter(state, "");
   EXPECT_EQ(dump["test/config"]["color"], "blue") << "enumerations are written by name";
@@ -140,6 +34,7 @@ TEST_F(MirroringdTest, LoadsTheStateStartsTheAgentAndDumpsAllOrNamedMounts) {
   EXPECT_EQ(dump["test/config"]["tag"], Json::parse(R"(["x", "y"])"));
   EXPECT_EQ(dump["test/config"]["tunnel"][0]["key"]["ttl"], 64) << "unnamed key members keep their defaults";
   EXPECT_EQ(dump["test/dir"]["entry"]["n1"]["@type"], "Test::Note");
+  EXPECT_EQ(dump["test/dir"]["entry"]["slice0"]["ready"], true) << "the host registered the platform's types";
   // The agent started: it reconciled what an earlier run left in its status.
   EXPECT_EQ(dump["test/status"]["mirror"], "hello");
   EXPECT_EQ(dump["test/status"]["mirrorLength"], 5);
@@ -173,7 +68,9 @@ TEST_F(MirroringdTest, ChangeStreamOutHoldsExactlyTheAgentsWritesCauseBeforeEffe
       R"({"op":"set","path":"test/config/shutdown/Ethernet3/1"})" "\n"
       R"({"op":"set","path":"test/config/tunnel","key":{"src":"1.1.1.1","dst":"2.2.2.2"},"value":"t"})" "\n"
       R"({"op":"set","path":"test/config/tag","value":["only","config"]})" "\n"
-      R"({"op":"set","path":"test/config/item/a","value":true})" "\n";
+      R"({"op":"set","path":"test/config/item/a","value":true})" "\n"
+      // A string key may hold an interface name with '/', in the path as it is.
+      R"({"op":"set","path":"test/config/item/Ethernet3/1","value":false})" "\n";
   Result r;
   Json dump = dumpAfter(baseState, changes, {"--changes-out", path("out.jsonl")}, &r);
   // Start-up first (local entity, sweep of the leftover), then each line's effects in order.
@@ -189,19 +86,18 @@ TEST_F(MirroringdTest, ChangeStreamOutHoldsExactlyTheAgentsWritesCauseBeforeEffe
                           R"({"op":"set","path":"test/status/item/c","value":true})",
                           R"({"op":"del","path":"test/status/item/b"})",
                           R"({"op":"set","path":"interface/errdisable/cause/tapagg/intfStatus/Ethernet3/1","value":0.0})",
-                          R"({"op":"set","path":"test/status/tunnel","key":{"src":"1.1.1.1","dst":"2.2.2.2","ttl":64},"value":"t"})"));
-  EXPECT_EQ(dump["test/status"]["item"], Json::parse(R"({"a": true, "c": true})"));
+                          R"({"op":"set","path":"test/status/tunnel","key":{"src":"1.1.1.1","dst":"2.2.2.2","ttl":64},"value":"t"})",
+                          R"({"op":"set","path":"test/status/item/Ethernet3/1","value":false})"));
+  EXPECT_EQ(dump["test/status"]["item"], Json::parse(R"({"Ethernet3/1": false, "a": true, "c": true})"));
   EXPECT_EQ(dump["test/config"]["tag"], Json::parse(R"(["config", "only"])"));
 
-  // The change stream out is itself a valid change stream: replaying it over the starting
-  // status reproduces the status the agent left (with the agent's reactions being no-ops).
-  std::string replay = readFile(path("out.jsonl"));
-  Json replayed = dumpAfter(R"({"test/config": {"value": "bye", "item": {"a": true, "c": true},
-                                                "shutdown": ["Ethernet3/1"],
-                                                "tunnel": [{"key": {"src":"1.1.1.1","dst":"2.2.2.2"}, "value": "t"}]}})",
-                            replay);
-  EXPECT_EQ(replayed["test/status"], dump["test/status"]);
-  EXPECT_EQ(replayed["interface/errdisable/cause/tapagg"], dump["interface/errdisable/cause/tapagg"]);
+  // The change stream out is a change stream in the input's format: replayed over the same
+  // starting state into a database no agent writes, every line is accepted and the result is
+  // what the agent left.
+  Json replayed = dumpAfter(baseState, readFile(path("out.jsonl")), {"--strict", "--agent", "Passive"});
+  for (const char* m : {"test/status", "test/local", "interface/errdisable/cause/tapagg"}) {
+    EXPECT_EQ(replayed[m], dump[m]) << m;
+  }
 }
 
 TEST_F(MirroringdTest, SetReplacesWhatThePathNamesAndMergeWritesOnlyWhatTheValueNames) {
@@ -278,6 +174,35 @@ TEST_F(MirroringdTest, RestartKeepsTheDatabaseAndTheNewAgentSweepsOnlyWhatIsNoLo
               ElementsAre(R"({"op":"set","path":"test/local/starts","value":2})",
                           R"({"op":"del","path":"test/status/item/stale"})",
                           R"({"op":"set","path":"test/status/item/d","value":false})"));
+}
+
+TEST_F(MirroringdTest, ARestartAnywhereInTheStreamEndsInTheSameState) {
+  const std::vector<std::string> stream = {
+      R"({"op":"set","path":"test/config/value","value":"one"})",
+      R"({"op":"merge","path":"test/config/item","value":{"c":true,"d":false}})",
+      R"({"op":"set","path":"test/config/shutdown","value":["Ethernet1","Ethernet2/1"]})",
+      R"({"op":"del","path":"test/config/item/a"})",
+      R"({"op":"set","path":"test/config/tunnel","key":{"src":"1.1.1.1","dst":"2.2.2.2"},"value":"t"})",
+      R"({"op":"del","path":"test/config/shutdown/Ethernet1"})",
+      R"({"op":"set","path":"test/config/value","value":"two"})",
+  };
+  auto agentMounts = [](const Json& dump) {
+    Json out = dump;
+    out.erase("test/local");  // counts the starts, so it differs by design
+    return out;
+  };
+  std::string plain;
+  for (const auto& line : stream) plain += line + "\n";
+  const Json expected = agentMounts(dumpAfter(baseState, plain));
+  for (std::size_t at = 0; at <= stream.size(); ++at) {
+    std::string withRestart;
+    for (std::size_t i = 0; i < stream.size(); ++i) {
+      if (i == at) withRestart += "{\"op\":\"restart\"}\n";
+      withRestart += stream[i] + "\n";
+    }
+    if (at == stream.size()) withRestart += "{\"op\":\"restart\"}\n";
+    EXPECT_EQ(agentMounts(dumpAfter(baseState, withRestart)), expected) << "restart before line " << at + 1;
+  }
 }
 
 TEST_F(MirroringdTest, AdvanceMovesTheVirtualClockAndFiresTimersAtTheirTimes) {
@@ -392,6 +317,7 @@ TEST_F(MirroringdTest, StartUpErrorsExitWithTwoAndSayWhatIsWrong) {
       {"bad clock", {"--clock-start", "soon"}, {"--clock-start needs a number"}},
       {"bad trace", {"--trace", "TestAgent/12"}, {"--trace: "}},
       {"unknown dump mount", {"--dump-mount", "nowhere"}, {"--dump-mount: unknown mount \"nowhere\""}},
+      {"mount group left open", {"--agent", "Unclosed"}, {"agent \"Unclosed\" did not close its mount group"}},
   };
   for (const auto& c : cases) {
     Result r = run(c.args);

@@ -85,6 +85,17 @@ const bool noteRegistered = [] {
   return true;
 }();
 
+struct Settings : platform::EntityOf<Settings> {
+  static constexpr const char* typeName = "Test::Settings";
+  Attr<uint32_t> maxItems{this};
+  Attr<std::string> owner{this};
+  template <class D>
+  void fields(D& d) {
+    d("maxItems", maxItems);
+    d("owner", owner);
+  }
+};
+
 struct Config : platform::EntityOf<Config> {
   static constexpr const char* typeName = "Test::Config";
   Attr<std::string> value{this};
@@ -98,6 +109,8 @@ struct Config : platform::EntityOf<Config> {
   Coll<TunnelKey, std::string> tunnel{this};
   Attr<TunnelKey> defaultTunnel{this};
   Attr<platform::Ref<const Port>> favorite{this};
+  platform::Child<Settings> settings{this};  // always there
+  Attr<Ptr<Settings>> backup{this};          // optional: null when absent
   template <class D>
   void fields(D& d) {
     d("value", value);
@@ -111,6 +124,8 @@ struct Config : platform::EntityOf<Config> {
     d("tunnel", tunnel);
     d("defaultTunnel", defaultTunnel);
     d("favorite", favorite);
+    d("settings", settings);
+    d("backup", backup);
   }
 };
 
@@ -265,9 +280,13 @@ class ConfigSm {
   std::set<std::string> staleItem_;
 };
 
+// Named "Passive", the agent mounts as usual but builds nothing: a database that only the host
+// writes, for replaying a change stream the agent once wrote. Named "Unclosed", it forgets to
+// close its mount group, which the host must refuse.
 class Agent : public platform::Agent {
  public:
-  using platform::Agent::Agent;
+  explicit Agent(const std::string& name)
+      : platform::Agent(name), passive_(name == "Passive"), unclosed_(name == "Unclosed") {}
   ~Agent() override { traceTest(0, "TestAgent::~Agent"); }
 
   void doInit() override {
@@ -279,12 +298,13 @@ class Agent : public platform::Agent {
     group->doMount<CauseStatus>("interface/errdisable/cause/tapagg", "wc");
     local_ = entityManager()->localEntityIs<Local>("TestLocal", "test/local");
     entityManager()->localEntitiesCreatedIs(true);
-    group->close(false, "", 0);
+    if (!unclosed_) group->close(false, "", 0);
   }
 
   void doMountsComplete(platform::MountStatus status, platform::EntityManager* em) override {
     PLATFORM_ASSERT(status == platform::MountStatus::success);
     traceTest(0, "TestAgent::doMountsComplete");
+    if (passive_) return;
     local_->starts.set(local_->starts() + 1);
     configSm_ = std::make_unique<ConfigSm>(em->lookup<const Config>("test/config"), em->lookup<Status>("test/status"),
                                            em->lookup<CauseStatus>("interface/errdisable/cause/tapagg"),
@@ -292,6 +312,8 @@ class Agent : public platform::Agent {
   }
 
  private:
+  const bool passive_;
+  const bool unclosed_;
   Ptr<Local> local_;
   std::unique_ptr<ConfigSm> configSm_;
 };

@@ -32,6 +32,7 @@ TEST(IntfIdTest, ParseAcceptsWellFormedNamesWithTheirKindAndNumbers) {
       {"Port-Channel1", IntfKind::portChannel, 1, 0},
       {"Port-Channel2000", IntfKind::portChannel, 2000, 0},
       {"Cpu", IntfKind::cpu, 0, 0},
+      {"Gre0", IntfKind::greTunnel, 0, 0},
       {"Gre1", IntfKind::greTunnel, 1, 0},
       {"Gre4094", IntfKind::greTunnel, 4094, 0},
       {"Loopback0", IntfKind::loopback, 0, 0},
@@ -78,7 +79,7 @@ TEST(IntfIdTest, ParseRejectsMalformedNamesWhichTheConstructorKeepsAsOther) {
       // Cpu takes no number.
       "Cpu0", "Cpu1", "cpu", "Cpux",
       // Tunnels, loopbacks, vlans, management.
-      "Gre", "Gre0", "Gre01", "Gre1/1", "Loopback", "Loopback00", "Loopback01", "Vlan", "Vlan0",
+      "Gre", "Gre01", "Gre1/1", "Loopback", "Loopback00", "Loopback01", "Vlan", "Vlan0",
       "Vlan4095", "Vlan04", "Management", "Management01", "Management1/0", "Management1/1/1"};
   for (const char* name : cases) {
     SCOPED_TRACE(name);
@@ -122,8 +123,8 @@ TEST(IntfIdTest, GreTunnelBuildsTheTunnelName) {
   EXPECT_EQ(tunnel.greTunnelNumber(), 42u);
   EXPECT_EQ(tunnel, IntfId::parse("Gre42"));
   EXPECT_EQ(IntfId::greTunnel(4294967295u).greTunnelNumber(), 4294967295u);
-  // 0 is no tunnel number.
-  EXPECT_EQ(IntfId::greTunnel(0).kind(), IntfKind::other);
+  // Gre0 stands for "the session's own tunnel" in configuration: a tunnel, numbered 0.
+  EXPECT_EQ(IntfId::greTunnel(0).kind(), IntfKind::greTunnel);
   EXPECT_EQ(IntfId::greTunnel(0).greTunnelNumber(), 0u);
 }
 

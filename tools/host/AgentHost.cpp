@@ -1,27 +1,8 @@
 #include "host/AgentHost.h"
 
-#if __has_include("platform/PlatformTypes.h")
 #include "platform/PlatformTypes.h"
-#define MIRRORINGD_HAS_PLATFORM_TYPES 1
-#endif
 
 namespace host {
-
-namespace {
-
-// The platform's entity types are registered by name before any plug-in loads, as on a
-// switch, so that generic directories and state files can name them.
-void registerPlatformTypesOnce() {
-#ifdef MIRRORINGD_HAS_PLATFORM_TYPES
-  static const bool done = [] {
-    platform::registerPlatformTypes();
-    return true;
-  }();
-  (void)done;
-#endif
-}
-
-}  // namespace
 
 AgentHost::AgentHost(std::string agentName, double clockStart)
     : agentName_(std::move(agentName)), loop_(clockStart) {
@@ -35,7 +16,9 @@ AgentHost::~AgentHost() {
 }
 
 bool AgentHost::openPlugin(const std::string& path, std::string& error) {
-  registerPlatformTypesOnce();
+  // The platform's entity types are registered by name before any plug-in loads, as on a
+  // switch, so that generic directories and state files can name them. Repeated calls are no-ops.
+  platform::registerPlatformTypes();
   plugin_ = platform::Plugin::open(path, error);
   return bool(plugin_);
 }

@@ -36,9 +36,8 @@ class AgentHost {
   bool openPlugin(const std::string& path, std::string& error);
 
   // Creates and starts the agent. `state` (a JSON object from mount path to content, may be
-  // null) is loaded after doInit; a bad state writes nothing to the mount it names and fails
-  // the start with an error that begins with `stateName`. Precondition: openPlugin succeeded
-  // and no agent is running.
+  // null) is loaded after doInit; a state that cannot be loaded fails the start with an error
+  // that begins with `stateName`. Precondition: openPlugin succeeded and no agent is running.
   bool start(const platform::Value* state, const std::string& stateName, std::string& error);
   // Tears the running agent down and starts a new one over the same database.
   bool restart(std::string& error);

@@ -128,6 +128,9 @@ int runMirroringd(int argc, const char* const* argv) {
   // Warnings about toggle files are diagnostics like the readable syslog lines: quiet together.
   if (opts.quietSyslog) platform::toggles::setWarningHandler([](std::string_view) {});
 
+  // The files outlive the host, so that whatever the agent's tear-down writes still has a place.
+  std::unique_ptr<std::ofstream> dumpFile, changesOutFile;
+  std::ifstream changesFile;
   AgentHost host(opts.agent, opts.clockStart);
   if (!host.openPlugin(opts.plugin, error)) return startupError(error);
   if (opts.listMessages) {
@@ -136,12 +139,10 @@ int runMirroringd(int argc, const char* const* argv) {
   }
 
   // Every file is opened before the agent starts, so a typo costs nothing.
-  std::unique_ptr<std::ofstream> dumpFile, changesOutFile;
   std::ostream* dumpOut = nullptr;
   std::ostream* changesOut = nullptr;
   if (!openOutput(opts.dump, dumpFile, dumpOut, error)) return startupError(error);
   if (!openOutput(opts.changesOut, changesOutFile, changesOut, error)) return startupError(error);
-  std::ifstream changesFile;
   std::istream* changesIn = nullptr;
   if (opts.changes == "-") {
     changesIn = &std::cin;
@@ -177,9 +178,11 @@ int runMirroringd(int argc, const char* const* argv) {
   if (changesIn) outcome = stream.runStream(*changesIn, opts.changes == "-" ? "<stdin>" : opts.changes, opts.strict);
   if (outcome == ChangeStream::Outcome::failed) return exitStartup;
 
-  if (changesOut) changesOut->flush();
   if (dumpOut) stream.dump();
   if (opts.view) stream.view();
+  // The agent's tear-down, while its logs and its change stream still go somewhere.
+  host.stop();
+  if (changesOut) changesOut->flush();
   if (!opts.quietSyslog) std::cerr << summary(stream.counts(), host.database()) << std::endl;
   std::cout.flush();
   syslog::clearSinks();

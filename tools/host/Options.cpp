@@ -149,7 +149,7 @@ mount path to content, loaded after the agent declared its mounts.
   --syslog-json FILE   append syslog messages as JSON lines
   --syslog-system      also send syslog messages to the system log
   --quiet-syslog       no readable syslog lines and no summary on standard error
-  --trace SPEC         trace facilities and levels, e.g. "Mirroring/0-4" (default: $TRACE)
+  --trace LIST         trace facilities and levels, e.g. "Mirroring/0-4" (default: $TRACE)
   --toggles DIR        feature-toggle directory
   --clock-start SECS   start of the virtual clock (default: 0)
   --strict             stop with exit code 1 at the first rejected line
@@ -158,6 +158,7 @@ mount path to content, loaded after the agent declared its mounts.
   --help               print this text and exit
 
 Exit codes: 0 success, 1 a line was rejected under --strict, 2 a start-up error.
+The formats of every input and output are described in docs/formats.md.
 )";
 }
 

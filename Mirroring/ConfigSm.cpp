@@ -1,0 +1,641 @@
+// The mirroring configuration manager: session lifecycle and global session ids, GRE tunnel
+// accounting, capability handling, and interface, LAG and VRF tracking.
+#include <algorithm>
+
+#include "Mirroring/MirroringForwardingModelSm.h"
+#include "Mirroring/MirroringSm.h"
+#include "platform/Assert.h"
+
+namespace Mirroring {
+
+const platform::trace::Facility TRACE("Mirroring");
+
+const platform::syslog::Message MIRRORING_NOSESSIONGROUPS(
+    "MIRRORING_NOSESSIONGROUPS", platform::syslog::Severity::warning,
+    "Insufficient hardware resources to allocate mirror session %s. The current limit on the number of mirror "
+    "sessions is %d.",
+    "It is not possible to program the mirror session in hardware due to lack of hardware resources.",
+    "Use fewer mirror sessions.", 0.0, 1.0, 0);
+
+const platform::syslog::Message MIRRORING_TIMESTAMP_WITH_TRUNCATE_NOTSUPPORTED(
+    "MIRRORING_TIMESTAMP_WITH_TRUNCATE_NOTSUPPORTED", platform::syslog::Severity::warning,
+    "Timestamping on interface %s (%s) does not work with truncation configured on mirror session %s.",
+    "The trunction of the mirrored packet will cause the timestamp to be lost.",
+    "Disable truncation on mirror session.");
+
+const platform::syslog::Message MIRRORING_TRUNCATION_NOT_SUPPORTED(
+    "MIRRORING_TRUNCATION_NOT_SUPPORTED", platform::syslog::Severity::warning,
+    "Truncation is not supported on monitor session %s's source ports that are on forwarding chip %s. %s",
+    "Truncation in monitor sessions is not supported on this forwarding chip.", platform::syslog::noActionRequired);
+
+std::ostream& operator<<(std::ostream& os, const ConfigSm&) { return os << "Mirroring::ConfigSm"; }
+
+// Follows one physical interface's LAG membership entry.
+struct ConfigSm::PhyIntfReactor {
+  PhyIntfReactor(ConfigSm* sm, Ptr<const Lag::EthPhyIntfLagConfig> entry) : configSm(sm), intf(entry->intfId()) {
+    reactor.on(entry->lag, [this] { handleLag(); });
+  }
+  void handleLag() { reviewIntfs(); }
+  void handleDel() { reviewIntfs(); }
+  void reviewIntfs() {
+    reviewSourceIntfs(*configSm, intf);
+    reviewDestIntfs(*configSm, intf);
+  }
+  ConfigSm* configSm;
+  platform::IntfId intf;
+  platform::Reactor reactor;
+};
+
+ConfigSm::ConfigSm(Ptr<const Config> mirroringConfig, Ptr<Status> mirroringStatus, Ptr<Config> mirroringHwConfig,
+                   Ptr<const HwStatus> mirroringHwStatus, Ptr<const HwCapability> mirroringHwCapability,
+                   Ptr<const Interface::EthIntfStatusDir> ethIntfStatusDir, Ptr<const Lag::Config> lagConfig,
+                   Ptr<const Acl::Config> aclConfig,
+                   Ptr<Interface::IntfForwardingModelInputDir> forwardingModelInputDir,
+                   Ptr<const Ip::AllVrfStatusGlobal> allVrfStatus,
+                   Ptr<const Interface::EthLagIntfStatusDir> lagIntfStatusDir,
+                   Ptr<const Interface::AllEthPhyIntfStatusDir> allEthPhyIntfStatusDir)
+    : mirroringConfig_(std::move(mirroringConfig)),
+      mirroringStatus_(std::move(mirroringStatus)),
+      mirroringHwConfig_(std::move(mirroringHwConfig)),
+      mirroringHwStatus_(std::move(mirroringHwStatus)),
+      mirroringHwCapability_(std::move(mirroringHwCapability)),
+      ethIntfStatusDir_(std::move(ethIntfStatusDir)),
+      lagConfig_(std::move(lagConfig)),
+      aclConfig_(std::move(aclConfig)),
+      forwardingModelInputDir_(std::move(forwardingModelInputDir)),
+      allVrfStatus_(std::move(allVrfStatus)),
+      lagIntfStatusDir_(std::move(lagIntfStatusDir)),
+      allEthPhyIntfStatusDir_(std::move(allEthPhyIntfStatusDir)) {
+  PLATFORM_ASSERT(mirroringConfig_ && mirroringStatus_ && mirroringHwConfig_);
+  configReactor_.on(mirroringConfig_->session, [this](const std::string& name) { handleSession(name); });
+  if (mirroringHwStatus_) {
+    hwStatusReactor_.on(mirroringHwStatus_->mirrorDeviceName,
+                        [this](const std::string& name) { handleMirrorDeviceName(name); });
+  }
+  if (auto cap = mirroringHwCapability_) {
+    capabilityReactor_.on(cap->maxSupportedSessions, [this] { handleMaxSupportedSessions(); });
+    capabilityReactor_.on(cap->truncationSupported, [this] { handleTruncationSupported(); });
+    capabilityReactor_.on(cap->truncationDefault, [this] {
+      // The record may be replaced, or its size changed in place: follow both.
+      truncationDefaultReactor_.detachAll();
+      if (auto record = mirroringHwCapability_->truncationDefault()) {
+        truncationDefaultReactor_.on(record->truncationSize, [this] { handleTruncationSupported(); });
+      }
+      handleTruncationSupported();
+    });
+    if (auto record = cap->truncationDefault()) {
+      truncationDefaultReactor_.on(record->truncationSize, [this] { handleTruncationSupported(); });
+    }
+    capabilityReactor_.on(cap->headerRemovalSupported, [this] { handleHeaderRemovalSupported(); });
+    capabilityReactor_.on(cap->cpuDestSupported, [this] { handleCpuDestSupported(); });
+    capabilityReactor_.on(cap->loopbackDestSupported, [this] { handleLoopbackDestSupported(); });
+    capabilityReactor_.on(cap->lagDestSupported, [this] { handleLagDestSupported(); });
+    capabilityReactor_.on(cap->multiDestSupported, [this] { handleMultiDestSupported(); });
+    capabilityReactor_.on(cap->multiSessionForDestSupported, [this] { handleMultiSessionForDestSupported(); });
+    capabilityReactor_.on(cap->multiSessionForSourceSupported, [this] { handleMultiSessionForSourceSupported(); });
+    capabilityReactor_.on(cap->rxSamplingSupported, [this] { handleRxSamplingSupported(); });
+  }
+  if (ethIntfStatusDir_) {
+    intfReactor_.on(ethIntfStatusDir_->intfStatus, [this](const platform::IntfId& i) { handleEthIntfStatus(i); });
+  }
+  if (lagConfig_) {
+    lagReactor_.on(lagConfig_->phyIntf, [this](const platform::IntfId& i) {
+      auto it = phyIntf_.find(i);
+      if (it != phyIntf_.end()) {
+        auto gone = std::move(it->second);
+        phyIntf_.erase(it);
+        gone->handleDel();
+      }
+      if (auto entry = lagConfig_->phyIntf.get(i)) phyIntf_[i] = std::make_unique<PhyIntfReactor>(this, entry);
+      handleLagPhyIntf(i);
+    });
+  }
+  if (allVrfStatus_) {
+    vrfReactor_.on(allVrfStatus_->vrf, [this](const platform::VrfName& v) { handleVrfStatus(v); });
+  }
+  handleInitialized();
+}
+
+ConfigSm::~ConfigSm() {
+  // The state machines go; what they wrote stays for the next run to reconcile.
+  for (const auto& [name, sm] : sessionSm_) sm->detach();
+  sessionSm_.clear();
+  ethIntfStatusSm_.clear();
+  ethLagIntfSm_.clear();
+  phyIntf_.clear();
+}
+
+// --- session lifecycle -----------------------------------------------------------------------
+
+void ConfigSm::handleInitialized() {
+  TRACE(1, *this, "::handleInitialized");
+  mark();
+  greTunnelBitMap_.assign(kGreTunnelNumMax, false);
+  defaultSessionConfigSm_ = make<DefaultSessionConfigSm>(mirroringConfig_->defaultSessionConfig(),
+                                                         mirroringHwConfig_->defaultSessionConfig(), mirroringStatus_);
+  if (forwardingModelInputDir_) {
+    forwardingModelSm_ = mirroringForwardingModelSmFactory(mirroringStatus_, forwardingModelInputDir_);
+  }
+  initialized_ = true;
+  handleMaxSupportedSessions();
+  handleEthIntfStatus();
+  // LAG members present at start-up get their followers as if each had just been added.
+  if (lagConfig_) {
+    for (const auto& intf : lagConfig_->phyIntf.keys()) {
+      phyIntf_[intf] = std::make_unique<PhyIntfReactor>(this, lagConfig_->phyIntf.get(intf));
+    }
+    handleLagPhyIntf();
+  }
+  sweep();
+}
+
+void ConfigSm::mark() {
+  TRACE(2, "mark");
+  for (const auto& name : mirroringStatus_->sessionStatus.keys()) staleSessionSm_.insert(name);
+  for (const auto& intf : mirroringStatus_->greTunnelKey.keys()) staleGreTunnelKey_.insert(intf);
+}
+
+void ConfigSm::sweep() {
+  TRACE(2, "sweep");
+  for (const auto& name : std::vector<std::string>(staleSessionSm_.begin(), staleSessionSm_.end())) {
+    mirroringStatus_->sessionStatusDel(name);
+    if (auto hw = mirroringHwConfig_->session.get(name)) {
+      // The id an earlier run gave the session is free again.
+      auto id = uint8_t(hw->sessionId());
+      auto it = globalSessionId_.find(id);
+      if (it != globalSessionId_.end() && it->second == name) it->second.clear();
+    }
+    mirroringHwConfig_->sessionDel(name);
+    staleSessionSm_.erase(name);
+  }
+  for (const auto& intf : std::vector<platform::IntfId>(staleGreTunnelKey_.begin(), staleGreTunnelKey_.end())) {
+    GreTunnelKey key = mirroringStatus_->greTunnelKey.get(intf);
+    mirroringStatus_->greTunnelKeyToIntfId.del(key);
+    mirroringStatus_->greTunnelKey.del(intf);
+    staleGreTunnelKey_.erase(intf);
+  }
+}
+
+void ConfigSm::handleSession() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleSession");
+  for (const auto& name : mirroringConfig_->session.keys()) handleSession(name);
+}
+
+void ConfigSm::handleSession(const std::string& name) {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleSession", "( ", name, " )");
+  Ptr<const Session> session = mirroringConfig_->session.get(name);
+  if (session) {
+    if (sessionSm(name)) return;
+    const uint16_t maxSessions = mirroringHwCapability_ ? mirroringHwCapability_->maxSupportedSessions() : 0;
+    bool limitReached = !mirroringStatus_->sessionStatus.contains(name) &&
+                        maxSessions <= mirroringStatus_->sessionStatus.size();
+    if (limitReached) {
+      TRACE(2, "Max sessions reached. Could not create SessionSm for ", name);
+      if (maxSessions != 0) MIRRORING_NOSESSIONGROUPS(name, maxSessions);
+      return;
+    }
+    TRACE(4, "Creating SessionSm for session ", name);
+    Ptr<SessionStatus> status = mirroringStatus_->sessionStatusIs(name);
+    Ptr<const Acl::AclTypeConfig> ipAcl, ip6Acl, macAcl;
+    if (aclConfig_) {
+      ipAcl = aclConfig_->config.get(Acl::aclTypeIp);
+      ip6Acl = aclConfig_->config.get(Acl::aclTypeIpv6);
+      macAcl = aclConfig_->config.get(Acl::aclTypeMac);
+    }
+    sessionSmIs(name, session, status, mirroringHwConfig_->defaultSessionConfig(), ipAcl, ip6Acl, macAcl, false);
+    return;
+  }
+  TRACE(2, "Deleting SessionSm for session ", name);
+  deleteSession(name);
+  const uint16_t maxSessions = mirroringHwCapability_ ? mirroringHwCapability_->maxSupportedSessions() : 0;
+  if (maxSessions <= mirroringConfig_->session.size()) handleSession();
+}
+
+void ConfigSm::deleteSession(const std::string& name) {
+  const std::string companion = fwdingDropSessionName(name);
+  if (sessionSm(companion)) {
+    sessionSmDel(companion);
+    mirroringStatus_->sessionStatusDel(companion);
+  }
+  if (sessionSm(name)) sessionSmDel(name);
+  mirroringStatus_->sessionStatusDel(name);
+}
+
+Ptr<SessionSm> ConfigSm::sessionSm(const std::string& name) const {
+  auto it = sessionSm_.find(name);
+  return it == sessionSm_.end() ? Ptr<SessionSm>() : it->second;
+}
+
+Ptr<SessionSm> ConfigSm::sessionSmIs(const std::string& name, Ptr<const Session> session, Ptr<SessionStatus> status,
+                                     Ptr<const DefaultSessionConfig> defaultSessionConfig,
+                                     Ptr<const Acl::AclTypeConfig> aclConfig,
+                                     Ptr<const Acl::AclTypeConfig> ip6AclConfig,
+                                     Ptr<const Acl::AclTypeConfig> macAclConfig, bool forwardingDrop) {
+  if (auto existing = sessionSm(name)) {
+    if (existing->sameArguments(session, status, defaultSessionConfig, aclConfig, ip6AclConfig, macAclConfig,
+                                forwardingDrop)) {
+      return existing;
+    }
+    sessionSmDel(name);
+  }
+  auto sm = make<SessionSm>(name, session, status, defaultSessionConfig, aclConfig, ip6AclConfig, macAclConfig,
+                            forwardingDrop, this);
+  // Registered before it initialises: the rules look sessions up by name while it does.
+  sessionSm_[name] = sm;
+  sm->handleInitialized();
+  return sm;
+}
+
+void ConfigSm::sessionSmDel(const std::string& name) {
+  auto it = sessionSm_.find(name);
+  if (it == sessionSm_.end()) return;
+  Ptr<SessionSm> sm = it->second;
+  sm->doPrepareToDie();
+  sessionSm_.erase(name);
+}
+
+uint8_t ConfigSm::allocGlobalSessionId(const std::string& name) {
+  TRACE(1, *this, "::allocGlobalSessionId");
+  if (auto hw = mirroringHwConfig_->session.get(name)) {
+    auto id = uint8_t(hw->sessionId());
+    auto it = globalSessionId_.find(id);
+    PLATFORM_ASSERT(it != globalSessionId_.end() && !it->second.empty());
+    it->second = name;
+    ++globalSessionIdCount_;
+    TRACE(1, *this, "::allocGlobalSessionId", " reuse id:", unsigned(id), " for session:", name);
+    return id;
+  }
+  for (auto& [id, owner] : globalSessionId_) {
+    if (!owner.empty()) continue;
+    owner = name;
+    TRACE(1, *this, "::allocGlobalSessionId", " allocated id:", unsigned(id), " for session:", name);
+    ++globalSessionIdCount_;
+    return id;
+  }
+  PLATFORM_ASSERT(0 && "no global session available");
+  return 0;
+}
+
+void ConfigSm::freeGlobalSessionId(const std::string& name, uint8_t id) {
+  TRACE(1, *this, "::freeGlobalSessionId", " free id:", unsigned(id), " for session: ", name);
+  globalSessionId_[id].clear();
+  --globalSessionIdCount_;
+}
+
+void ConfigSm::handleMaxSupportedSessions() {
+  PLATFORM_ASSERT(initialized());
+  const uint16_t maxSessions = mirroringHwCapability_ ? mirroringHwCapability_->maxSupportedSessions() : 0;
+  TRACE(1, *this, "::handleMaxSupportedSessions", ": maxSupportedSessions = ", maxSessions);
+  if (maxSessions < globalSessionIdCount_) {
+    TRACE(1, "maxSupportedSessions decreased while global id in use");
+    TRACE(1, "maxSupportedSessions ", maxSessions, " < freeGlobalSessions ", globalSessionIdCount_);
+    uint32_t inUse = 0;
+    const auto snapshot = globalSessionId_;
+    for (const auto& [id, sessionName] : snapshot) {
+      if (sessionName.empty()) continue;
+      if (++inUse <= maxSessions) continue;
+      PLATFORM_ASSERT(!sessionName.empty());
+      TRACE(1, "Deleting session ", sessionName);
+      deleteSession(sessionName);
+      MIRRORING_NOSESSIONGROUPS(sessionName, maxSessions);
+    }
+    PLATFORM_ASSERT(globalSessionIdCount_ <= maxSessions);
+    return;
+  }
+  // One entry more than the limit admits; ids are 8 bits wide, so the table stops at 255.
+  for (uint32_t id = 0; id <= std::min<uint32_t>(maxSessions, 255); ++id) globalSessionId_.try_emplace(uint8_t(id));
+  for (const auto& [name, hw] : mirroringHwConfig_->session) globalSessionId_[uint8_t(hw->sessionId())] = name;
+  handleSession();
+}
+
+// --- GRE tunnel interfaces -------------------------------------------------------------------
+
+void ConfigSm::incGreIntfUserCount(const platform::IntfId& intf) {
+  uint16_t c = greIntfUserCount(intf);
+  TRACE(2, "Inc ", intf, " user cnt to ", c + 1);
+  greIntfUserCnt_[intf] = uint16_t(c + 1);
+}
+
+void ConfigSm::decGreIntfUserCount(const platform::IntfId& intf) {
+  auto it = greIntfUserCnt_.find(intf);
+  const uint16_t userCnt = it == greIntfUserCnt_.end() ? 0 : it->second;
+  PLATFORM_ASSERT(userCnt);
+  TRACE(2, "Dec ", intf, " user cnt to ", userCnt - 1);
+  it->second = uint16_t(userCnt - 1);
+  if (it->second != 0) return;
+  greIntfUserCnt_.erase(it);
+  TRACE(2, "No more session user for ", intf, ". Deleting");
+  GreTunnelKey key = mirroringStatus_->greTunnelKey.get(intf);
+  mirroringStatus_->greTunnelKeyToIntfId.del(key);
+  const uint32_t number = intf.greTunnelNumber();
+  if (number >= 1 && number <= greTunnelBitMap_.size()) greTunnelBitMap_[number - 1] = false;
+  mirroringStatus_->greTunnelKey.del(intf);
+}
+
+uint16_t ConfigSm::greIntfUserCount(const platform::IntfId& intf) const {
+  auto it = greIntfUserCnt_.find(intf);
+  return it == greIntfUserCnt_.end() ? 0 : it->second;
+}
+
+platform::IntfId ConfigSm::greTunnelIntfAlloc() {
+  for (std::size_t i = 0; i < greTunnelBitMap_.size(); ++i) {
+    if (greTunnelBitMap_[i]) continue;
+    greTunnelBitMap_[i] = true;
+    return platform::IntfId::greTunnel(uint32_t(i + 1));
+  }
+  TRACE(0, "No free GRE tunnel interface among ", greTunnelBitMap_.size());
+  return platform::IntfId();
+}
+
+void ConfigSm::greTunnelNumberTake(const platform::IntfId& intf) {
+  const uint32_t number = intf.greTunnelNumber();
+  if (number >= 1 && number <= greTunnelBitMap_.size()) greTunnelBitMap_[number - 1] = true;
+}
+
+bool ConfigSm::greTunnelNumberTaken(uint32_t number) const {
+  return number >= 1 && number <= greTunnelBitMap_.size() && greTunnelBitMap_[number - 1];
+}
+
+// --- capability ------------------------------------------------------------------------------
+
+namespace {
+std::vector<Ptr<SessionSm>> snapshot(const std::map<std::string, Ptr<SessionSm>>& sms) {
+  std::vector<Ptr<SessionSm>> out;
+  for (const auto& [name, sm] : sms) out.push_back(sm);
+  return out;
+}
+
+bool capability(const Ptr<const HwCapability>& cap, bool (*read)(const HwCapability&)) {
+  return cap && read(*cap);
+}
+}  // namespace
+
+void ConfigSm::handleTruncationSupported() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleTruncationSupported", ": truncationSupported = ",
+        capability(mirroringHwCapability_, [](const HwCapability& c) { return c.truncationSupported(); }));
+  if (mirroringHwCapability_) {
+    if (auto record = mirroringHwCapability_->truncationDefault()) {
+      mirroringHwConfig_->defaultSessionConfig()->truncationSize.set(record->truncationSize());
+    }
+  }
+  for (const auto& sm : snapshot(sessionSm_)) sm->handleTruncate();
+}
+
+void ConfigSm::handleHeaderRemovalSupported() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleHeaderRemovalSupported", ": headerRemovalSupported = ",
+        capability(mirroringHwCapability_, [](const HwCapability& c) { return c.headerRemovalSupported(); }));
+  for (const auto& sm : snapshot(sessionSm_)) sm->handleHeaderRemoval();
+}
+
+namespace {
+// Re-evaluates, in every session, the destinations that `pick` selects.
+void reviewDests(const std::map<std::string, Ptr<SessionSm>>& sms, bool (*pick)(const std::string&)) {
+  for (const auto& sm : snapshot(sms)) {
+    for (const auto& dest : sm->session()->targetIntf.keys()) {
+      if (pick(dest)) sm->handleDest(dest);
+    }
+  }
+}
+}  // namespace
+
+void ConfigSm::handleCpuDestSupported() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleCpuDestSupported", ": cpuDestSupported = ",
+        capability(mirroringHwCapability_, [](const HwCapability& c) { return c.cpuDestSupported(); }));
+  reviewDests(sessionSm_, [](const std::string& d) { return d == kCpuIntfName; });
+}
+
+void ConfigSm::handleLoopbackDestSupported() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleLoopbackDestSupported", ": loopbackDestSupported = ",
+        capability(mirroringHwCapability_, [](const HwCapability& c) { return c.loopbackDestSupported(); }));
+  reviewDests(sessionSm_, [](const std::string& d) { return platform::IntfId(d).isLoopback(); });
+}
+
+void ConfigSm::handleLagDestSupported() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleLagDestSupported", ": lagSupported = ",
+        capability(mirroringHwCapability_, [](const HwCapability& c) { return c.lagDestSupported(); }));
+  reviewDests(sessionSm_, [](const std::string& d) { return platform::IntfId(d).isPortChannel(); });
+}
+
+void ConfigSm::handleMultiDestSupported() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleMultiDestSupported");
+  for (const auto& sm : snapshot(sessionSm_)) sm->handleDest();
+}
+
+void ConfigSm::handleMultiSessionForDestSupported() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleMultiSessionForDestSupported");
+  for (const auto& sm : snapshot(sessionSm_)) sm->handleDest();
+}
+
+void ConfigSm::handleMultiSessionForSourceSupported() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleMultiSessionForSourceSupported");
+  for (const auto& sm : snapshot(sessionSm_)) sm->handleSource();
+}
+
+void ConfigSm::handleRxSamplingSupported() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleRxSamplingSupported", ": rxSamplingSupported = ",
+        capability(mirroringHwCapability_, [](const HwCapability& c) { return c.rxSamplingSupported(); }));
+  for (const auto& sm : snapshot(sessionSm_)) sm->handleRxSampleRate();
+}
+
+void ConfigSm::handleMirrorDeviceName(const std::string& name) {
+  PLATFORM_ASSERT(initialized());
+  TRACE(2, *this, "::handleMirrorDeviceName", "( ", name, " )");
+  auto status = mirroringStatus_->sessionStatus.get(name);
+  if (!status) return;
+  // The device name is the hardware's when it published one, else none; written once so that
+  // an unchanged name is no write at all.
+  std::string device;
+  if (mirroringHwStatus_) {
+    if (const std::string* published = mirroringHwStatus_->mirrorDeviceName.find(name)) device = *published;
+  }
+  status->mirrorDeviceName.set(device);
+}
+
+void ConfigSm::handleMirrorDeviceName() {
+  PLATFORM_ASSERT(initialized());
+  for (const auto& sm : snapshot(sessionSm_)) handleMirrorDeviceName(sm->name());
+}
+
+// --- interfaces, LAGs and VRFs ---------------------------------------------------------------
+
+void ConfigSm::handleEthIntfStatus(const platform::IntfId& intf) {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleEthIntfStatus", "( ", intf, " )");
+  auto it = ethIntfStatusSm_.find(intf);
+  if (it != ethIntfStatusSm_.end()) {
+    Ptr<EthIntfStatusSm> old = it->second;
+    ethIntfStatusSm_.erase(it);
+    old->doPrepareToDie();
+  }
+  Ptr<const Interface::EthIntfStatus> status = ethIntfStatusDir_ ? ethIntfStatusDir_->intfStatus.get(intf) : nullptr;
+  if (!status) return;
+  TRACE(2, "Creating EthIntfStatusSm for ", intf);
+  Ptr<const Interface::EthPhyIntfStatus> phy =
+      allEthPhyIntfStatusDir_ ? allEthPhyIntfStatusDir_->intfStatus.get(intf) : nullptr;
+  auto sm = make<EthIntfStatusSm>(status, phy, this);
+  ethIntfStatusSm_[intf] = sm;
+  sm->handleInitialized();
+}
+
+void ConfigSm::handleEthIntfStatus() {
+  PLATFORM_ASSERT(initialized());
+  if (!ethIntfStatusDir_) return;
+  for (const auto& intf : ethIntfStatusDir_->intfStatus.keys()) handleEthIntfStatus(intf);
+}
+
+void ConfigSm::handleLagPhyIntf(const platform::IntfId& intf) {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleLagPhyIntf", "( ", intf, " )");
+  Ptr<const Lag::EthPhyIntfLagConfig> entry = lagConfig_ ? lagConfig_->phyIntf.get(intf) : nullptr;
+  if (!entry) {
+    ethLagIntfSm_.erase(intf);
+    return;
+  }
+  TRACE(2, "Creating EthLagIntfSm for ", intf);
+  auto sm = make<EthLagIntfSm>(entry, this);
+  ethLagIntfSm_[intf] = sm;
+  sm->handleInitialized();
+}
+
+void ConfigSm::handleLagPhyIntf() {
+  PLATFORM_ASSERT(initialized());
+  if (!lagConfig_) return;
+  for (const auto& intf : lagConfig_->phyIntf.keys()) handleLagPhyIntf(intf);
+}
+
+void ConfigSm::handleVrfStatus(const platform::VrfName& vrf) {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleVrfStatus", "( ", vrf, " )");
+  for (const auto& [name, session] : mirroringConfig_->session) {
+    if (!(session->greTunnelKey().vrf == vrf)) continue;
+    auto sm = sessionSm(name);
+    if (!sm) continue;
+    sm->handleGreTunnelKey();
+    sm->handleDest();
+  }
+}
+
+void ConfigSm::handleSourceDeactivation(const std::string& sessionName, const std::string& intfName) {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleSourceDeactivation", "( ", intfName, " )");
+  const auto names = mirroringConfig_->session.keys();
+  // The interface may now serve as a destination elsewhere...
+  for (const auto& t : names) {
+    TRACE(2, "Checking if ", intfName, " is a destination in ", t);
+    if (t == sessionName) continue;
+    auto session = mirroringConfig_->session.get(t);
+    auto sm = sessionSm(t);
+    if (!sm || !mirroringStatus_->sessionStatus.contains(t) || !session->targetIntf.contains(intfName)) continue;
+    OperStatus status = getDestOperStatus(*this, session, intfName);
+    sm->doUpdateDestStatus(intfName, status);
+    if (status.isActive()) {
+      TRACE(2, "Activated destination ", intfName, " in ", t);
+      return;
+    }
+  }
+  // ...or as a source in the first session that was refused it.
+  for (const auto& t : names) {
+    TRACE(2, "Checking if ", intfName, " is a source in ", t);
+    if (t == sessionName) continue;
+    auto session = mirroringConfig_->session.get(t);
+    auto sm = sessionSm(t);
+    auto status = mirroringStatus_->sessionStatus.get(t);
+    if (!sm || !status || !session->srcIntf.contains(intfName)) continue;
+    if (status->srcOperStatus.get(intfName).isActive()) continue;
+    if (!getSrcOperStatus(*this, session, intfName).isActive()) continue;
+    TRACE(2, "Activating source ", intfName, " in ", t);
+    sm->doUpdateSrcStatus(intfName, OperStatus::active());
+    return;
+  }
+}
+
+void ConfigSm::handleDestDeactivation(const std::string& sessionName, const std::string& intfName) {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleDestDeactivation", "( ", intfName, " )");
+  const auto names = mirroringConfig_->session.keys();
+  for (const auto& t : names) {
+    TRACE(2, "Checking if ", intfName, " is a destination in ", t);
+    if (t == sessionName) continue;
+    auto session = mirroringConfig_->session.get(t);
+    auto sm = sessionSm(t);
+    if (!sm || !mirroringStatus_->sessionStatus.contains(t) || !session->targetIntf.contains(intfName)) continue;
+    if (!destStatusLagCheck(*this, intfName)) continue;
+    OperStatus status = getDestOperStatus(*this, session, intfName);
+    sm->doUpdateDestStatus(intfName, status);
+    if (status.isActive()) {
+      TRACE(2, "Activated destination ", intfName, " in ", t);
+      return;
+    }
+  }
+  for (const auto& t : names) {
+    TRACE(2, "Checking if ", intfName, " is a source in ", t);
+    if (t == sessionName) continue;
+    auto session = mirroringConfig_->session.get(t);
+    auto sm = sessionSm(t);
+    auto status = mirroringStatus_->sessionStatus.get(t);
+    if (!sm || !status || !session->srcIntf.contains(intfName)) continue;
+    if (status->srcOperStatus.get(intfName).isActive()) continue;
+    if (!getSrcOperStatus(*this, session, intfName).isActive()) continue;
+    TRACE(2, "Activating source ", intfName, " in ", t);
+    sm->doUpdateSrcStatus(intfName, OperStatus::active());
+    return;
+  }
+}
+
+void ConfigSm::maybeUpdateSrcLagMemberState(const std::string& intfName) {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::maybeUpdateSrcLagMemberState", "( ", intfName, " )");
+  const platform::IntfId lag = lagOf(intfName);
+  if (lag.empty() || !lagIntfStatusDir_ || !lagIntfStatusDir_->intfStatus.contains(lag)) {
+    TRACE(2, "Can't find LagIntfStatus for ", intfName);
+    return;
+  }
+  for (const auto& [name, session] : mirroringConfig_->session) {
+    auto sm = sessionSm(name);
+    auto status = mirroringStatus_->sessionStatus.get(name);
+    if (!sm || !status) continue;
+    for (const std::string& src : {intfName, lag.name()}) {
+      if (!session->srcIntf.contains(src)) continue;
+      OperStatus newStatus = getSrcOperStatus(*this, session, src);
+      OperStatus oldStatus = status->srcOperStatus.get(src);
+      if (newStatus == oldStatus) continue;
+      TRACE(2, "oldstatus:", oldStatus, " newstatus:", newStatus);
+      sm->doUpdateSrcStatus(src, newStatus);
+    }
+  }
+}
+
+bool ConfigSm::isMirroringSrcPort(const std::string& intfName) const {
+  TRACE(2, "isMirroringSrcPort", " Intf: ", intfName);
+  for (const auto& [name, session] : mirroringConfig_->session) {
+    if (session->srcIntf.contains(intfName)) return true;
+  }
+  return false;
+}
+
+bool ConfigSm::isMirroringDestPort(const std::string& intfName) const {
+  TRACE(2, "isMirroringDestPort", " Intf: ", intfName);
+  for (const auto& [name, session] : mirroringConfig_->session) {
+    if (session->targetIntf.contains(intfName)) return true;
+  }
+  return false;
+}
+
+platform::IntfId ConfigSm::lagOf(const std::string& intfName) const {
+  if (!lagConfig_) return platform::IntfId();
+  auto entry = lagConfig_->phyIntf.get(platform::IntfId(intfName));
+  return entry ? entry->lag() : platform::IntfId();
+}
+
+}  // namespace Mirroring

@@ -1,0 +1,549 @@
+// One monitor session: the operational status of its sources and destinations, and its
+// hardware copy while a destination is active.
+#include <cstdio>
+
+#include "Mirroring/MirroringSm.h"
+#include "platform/Assert.h"
+
+namespace Mirroring {
+
+std::ostream& operator<<(std::ostream& os, const SessionSm& sm) { return os << "Mirroring::SessionSm(" << sm.name() << ")"; }
+
+SessionSm::SessionSm(const std::string& name, Ptr<const Session> session, Ptr<SessionStatus> sessionStatus,
+                     Ptr<const DefaultSessionConfig> defaultSessionConfig, Ptr<const Acl::AclTypeConfig> aclConfig,
+                     Ptr<const Acl::AclTypeConfig> ip6AclConfig, Ptr<const Acl::AclTypeConfig> macAclConfig,
+                     bool forwardingDrop, ConfigSm* configSm)
+    : name_(name),
+      session_(std::move(session)),
+      sessionStatus_(std::move(sessionStatus)),
+      hwDefaultSessionConfig_(std::move(defaultSessionConfig)),
+      aclConfig_(std::move(aclConfig)),
+      ip6AclConfig_(std::move(ip6AclConfig)),
+      macAclConfig_(std::move(macAclConfig)),
+      forwardingDrop_(forwardingDrop),
+      configSm_(configSm) {
+  PLATFORM_ASSERT(session_ && sessionStatus_ && configSm_);
+  reactor_.on(session_->srcIntf, [this](const std::string& n) { handleSource(n); });
+  reactor_.on(session_->targetIntf, [this](const std::string& n) { handleDest(n); });
+  reactor_.on(session_->greTunnelKey, [this] { handleGreTunnelKey(); });
+  reactor_.on(session_->dropGreTunnelKey, [this] { handleDropGreTunnelKey(); });
+  reactor_.on(session_->truncate, [this] { handleTruncate(); });
+  reactor_.on(session_->truncationSize, [this] { handleTruncationSize(); });
+  reactor_.on(session_->headerRemovalSize, [this] { handleHeaderRemoval(); });
+  reactor_.on(session_->rxSampleRate, [this] { handleRxSampleRate(); });
+  reactor_.on(session_->grePayloadType, [this] { handleGrePayloadType(); });
+  reactor_.on(session_->greMetadata, [this](MetadataElementType) { handleGreMetadata(); });
+  reactor_.on(session_->greTimestampingEnabled, [this] { handleGreTimestampingEnabled(); });
+  reactor_.on(session_->portMirroringDisabled, [this] { handlePortMirroringDisabled(); });
+  reactor_.on(session_->mirrorRateLimitInBps, [this] { handleMirrorRateLimit(); });
+  reactor_.on(session_->mirrorRateLimitChip, [this] { handleMirrorRateLimit(); });
+  reactor_.on(session_->txGreMetadataEnabled, [this] { handleTxGreMetadataEnabled(); });
+  reactor_.on(session_->secureMonitor, [this] { handleSecureMonitor(); });
+  reactor_.on(session_->isInternal, [this] { handleIsInternalOrOwner(); });
+  reactor_.on(session_->owner, [this] { handleIsInternalOrOwner(); });
+  // The hardware default payload type stands in for a session that leaves it unset.
+  if (hwDefaultSessionConfig_) reactor_.on(hwDefaultSessionConfig_->grePayloadType, [this] { handleGrePayloadType(); });
+}
+
+SessionSm::~SessionSm() = default;
+
+void SessionSm::detach() {
+  reactor_.detachAll();
+  srcIntfSm_.clear();
+}
+
+bool SessionSm::sameArguments(const Ptr<const Session>& session, const Ptr<SessionStatus>& status,
+                              const Ptr<const DefaultSessionConfig>& defaultSessionConfig,
+                              const Ptr<const Acl::AclTypeConfig>& aclConfig,
+                              const Ptr<const Acl::AclTypeConfig>& ip6AclConfig,
+                              const Ptr<const Acl::AclTypeConfig>& macAclConfig, bool forwardingDrop) const {
+  return session == session_ && status == sessionStatus_ && defaultSessionConfig == hwDefaultSessionConfig_ &&
+         aclConfig == aclConfig_ && ip6AclConfig == ip6AclConfig_ && macAclConfig == macAclConfig_ &&
+         forwardingDrop == forwardingDrop_;
+}
+
+const HwCapability* SessionSm::capability() const { return configSm_->mirroringHwCapability().get(); }
+
+// --- start-up and reconciliation -------------------------------------------------------------
+
+void SessionSm::handleInitialized() {
+  TRACE(1, *this, "::handleInitialized");
+  initialized_ = true;
+  sessionId_ = configSm_->allocGlobalSessionId(name_);
+  char device[32];
+  std::snprintf(device, sizeof device, "mirror%d", int(sessionId_));
+  std::string deviceName = device;
+  if (auto hwStatus = configSm_->mirroringHwStatus()) {
+    if (const std::string* published = hwStatus->mirrorDeviceName.find(name_)) deviceName = *published;
+  }
+  sessionStatus_->mirrorDeviceName.set(deviceName);
+  mark();
+  handleSource();
+  handleDest();
+  handleTruncate();
+  handleTruncationSize();
+  handleHeaderRemoval();
+  handleRxSampleRate();
+  handleGreTunnelKey();
+  handleDropGreTunnelKey();
+  handleGrePayloadType();
+  handleGreMetadata();
+  handleGreTimestampingEnabled();
+  handlePortMirroringDisabled();
+  handleMirrorRateLimit();
+  handleTxGreMetadataEnabled();
+  sweep();
+  configSm_->staleSessionSmDel(name_);
+}
+
+void SessionSm::mark() {
+  TRACE(2, *this, "::mark");
+  for (const auto& n : sessionStatus_->srcOperStatus.keys()) staleSrcOperStatus_.insert(n);
+  for (const auto& n : sessionStatus_->targetOperStatus.keys()) staleTargetOperStatus_.insert(n);
+  if (auto hw = configSm_->mirroringHwConfig()->session.get(name_)) {
+    for (const auto& n : hw->srcIntf.keys()) staleSrcIntfInHwConfig_.insert(n);
+    for (const auto& n : hw->targetIntf.keys()) staleTargetIntfInHwConfig_.insert(n);
+  }
+}
+
+void SessionSm::sweep() {
+  TRACE(2, *this, "::sweep");
+  for (const auto& n : staleSrcOperStatus_) sessionStatus_->srcOperStatus.del(n);
+  for (const auto& n : staleTargetOperStatus_) sessionStatus_->targetOperStatus.del(n);
+  if (auto hw = configSm_->mirroringHwConfig()->session.get(name_)) {
+    for (const auto& n : staleSrcIntfInHwConfig_) hw->srcIntf.del(n);
+    for (const auto& n : staleTargetIntfInHwConfig_) hw->targetIntf.del(n);
+  }
+  staleSrcOperStatus_.clear();
+  staleTargetOperStatus_.clear();
+  staleSrcIntfInHwConfig_.clear();
+  staleTargetIntfInHwConfig_.clear();
+}
+
+// --- sources ---------------------------------------------------------------------------------
+
+void SessionSm::handleSource() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleSource");
+  for (const auto& n : session_->srcIntf.keys()) handleSource(n);
+}
+
+void SessionSm::handleSource(const std::string& name) {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleSource", "( ", name, " )");
+  const bool wasActive = sessionStatus_->srcOperStatus.get(name).isActive();
+  OperStatus status;
+  if (auto src = session_->srcIntf.get(name)) {
+    TRACE(2, "Source ", name, " exists in session ", name_);
+    if (!srcIntfSm_.count(name)) {
+      auto sm = make<SourceIntfSm>(src, configSm_->mirroringConfig(), aclConfig_, ip6AclConfig_, macAclConfig_, this);
+      srcIntfSm_[name] = sm;
+      sm->handleInitialized();
+    }
+    status = getSrcOperStatus(*configSm_, session_, name);
+  } else {
+    TRACE(2, "Source ", name, " removed from session ", name_);
+    srcIntfSm_.erase(name);
+  }
+  doUpdateSrcStatus(name, status);
+  if (wasActive && !status.isActive()) configSm_->handleSourceDeactivation(name_, name);
+  configSm_->maybeUpdateSrcLagMemberState(name);
+}
+
+void SessionSm::doUpdateSrcStatus(const std::string& name, const OperStatus& status) {
+  TRACE(2, *this, " source ", name, " status ", status);
+  if (status.state != OperState::unknown) {
+    sessionStatus_->srcOperStatus.set(name, status);
+  } else {
+    sessionStatus_->srcOperStatus.del(name);
+  }
+  staleSrcOperStatus_.erase(name);
+  doMaybeUpdateHwConfig();
+}
+
+bool SessionSm::hasActiveSource() const {
+  for (const auto& [n, s] : sessionStatus_->srcOperStatus) {
+    if (s.isActive()) return true;
+  }
+  return false;
+}
+
+// --- destinations ----------------------------------------------------------------------------
+
+void SessionSm::handleDest() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleDest");
+  for (const auto& n : session_->targetIntf.keys()) handleDest(n);
+}
+
+void SessionSm::handleDest(const std::string& name) {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleDest", "( ", name, " )");
+  const bool wasActive = sessionStatus_->targetOperStatus.get(name).isActive();
+  const bool configured = session_->targetIntf.contains(name);
+  OperStatus status = configured ? getDestOperStatus(*configSm_, session_, name) : OperStatus();
+  doUpdateDestStatus(name, status);
+  // A destination let go may be the one another session was refused.
+  if (wasActive && !status.isActive()) configSm_->handleDestDeactivation(name_, name);
+  const platform::IntfId intf(name);
+  if (name == kCpuIntfName || intf.isLoopback()) return;
+  // A GRE destination decides which sources may stay (receive only).
+  if (intf.isGreTunnel()) handleSource();
+  const HwCapability* cap = capability();
+  const bool truncating = sessionStatus_->truncateOperStatus().isActive();
+  if (configured && (!wasActive || status.isActive()) && !(cap && cap->timestampWithTruncationSupported()) &&
+      truncating) {
+    auto ethDir = configSm_->ethIntfStatusDir();
+    checkIntfTimestampModeAndLog(*configSm_, ethDir ? ethDir->intfStatus.get(intf) : nullptr, intf, name_);
+  }
+  configSm_->maybeUpdateSrcLagMemberState(name);
+}
+
+void SessionSm::activeDestIs(const std::string& name) {
+  if (activeDest_.insert(name).second) handleActiveDest();
+}
+
+void SessionSm::activeDestDel(const std::string& name) {
+  if (activeDest_.erase(name)) handleActiveDest();
+}
+
+void SessionSm::doUpdateDestStatus(const std::string& name, const OperStatus& status) {
+  if (status.isActive()) {
+    activeDestIs(name);
+  } else {
+    activeDestDel(name);
+  }
+  if (status.state != OperState::unknown) {
+    TRACE(4, *this, " targetOperStatusIs ", name, " ", status);
+    sessionStatus_->targetOperStatus.set(name, status);
+  } else {
+    sessionStatus_->targetOperStatus.del(name);
+  }
+  staleTargetOperStatus_.erase(name);
+  const HwCapability* cap = capability();
+  if (!(cap && cap->multiDestSupported()) && activeDest_.empty() && name == kCpuIntfName) {
+    // A Cpu destination that let go may leave room for a destination it kept out.
+    for (const auto& dest : session_->targetIntf.keys()) {
+      OperStatus other = getDestOperStatus(*configSm_, session_, dest);
+      if (!other.isActive()) continue;
+      TRACE(4, "CPU targetOperStatusIs ", dest, " ", other);
+      sessionStatus_->targetOperStatus.set(dest, other);
+      staleTargetOperStatus_.erase(dest);
+    }
+  }
+  doMaybeUpdateHwConfig();
+}
+
+void SessionSm::handleActiveDest() {
+  sessionStatus_->multiDestActive.set(activeDest_.size() >= 2);
+  bool any = activeDest_.size() >= 2;
+  if (!any) {
+    for (const auto& [n, sm] : configSm_->sessionSms()) {
+      if (sm->activeDest().size() > 1) {
+        any = true;
+        break;
+      }
+    }
+  }
+  configSm_->mirroringStatus()->multiDestActive.set(any);
+}
+
+bool SessionSm::hasActiveDestination() const {
+  for (const auto& [n, s] : sessionStatus_->targetOperStatus) {
+    if (s.isActive()) return true;
+  }
+  return false;
+}
+
+// --- GRE tunnels -----------------------------------------------------------------------------
+
+platform::IntfId SessionSm::resolvedGreIntf() const {
+  const GreTunnelKey& key = forwardingDrop_ ? session_->dropGreTunnelKey() : session_->greTunnelKey();
+  if (!key.hasUsableDestination()) return platform::IntfId();
+  return configSm_->mirroringStatus()->greTunnelKeyToIntfId.get(key);
+}
+
+std::string SessionSm::resolveGreTargetIntf(const std::string&) const { return resolvedGreIntf().name(); }
+
+void SessionSm::handleGreTunnelKey() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleGreTunnelKey");
+  if (forwardingDrop_) return;
+  platform::IntfId intf = handleGreTunnelKeyToIntfId(prevGreIntfId_, session_->greTunnelKey());
+  prevGreIntfId_ = intf;
+  updateHwConfigTargetIntf(intf, false);
+  handleDest();
+}
+
+void SessionSm::handleDropGreTunnelKey() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleDropGreTunnelKey");
+  if (forwardingDrop_) {
+    updateHwConfigTargetIntf(resolvedGreIntf(), true);
+    return;
+  }
+  prevDropGreIntfId_ = handleGreTunnelKeyToIntfId(prevDropGreIntfId_, session_->dropGreTunnelKey());
+  const std::string companion = fwdingDropSessionName(name_);
+  if (session_->dropGreTunnelKey().hasUsableDestination()) {
+    if (!configSm_->sessionSm(companion)) {
+      TRACE(2, "Creating session ", companion);
+      configSm_->sessionSmIs(companion, session_, configSm_->mirroringStatus()->sessionStatusIs(companion),
+                             hwDefaultSessionConfig_, aclConfig_, ip6AclConfig_, macAclConfig_, true);
+    }
+  } else if (configSm_->sessionSm(companion)) {
+    TRACE(2, "Deleting session ", companion);
+    configSm_->sessionSmDel(companion);
+    configSm_->mirroringStatus()->sessionStatusDel(companion);
+  }
+}
+
+platform::IntfId SessionSm::handleGreTunnelKeyToIntfId(const platform::IntfId& prev, const GreTunnelKey& key) {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleGreTunnelKeyToIntfId", " session ", name_, " prev ", prev, " key ", key);
+  auto status = configSm_->mirroringStatus();
+  if (!key.hasUsableDestination()) {
+    TRACE(2, "Existing target intf is : ", prev);
+    if (prev.isGreTunnel() && configSm_->greIntfUserCount(prev) && !(status->greTunnelKey.get(prev) == key)) {
+      configSm_->decGreIntfUserCount(prev);
+      sessionStatus_->targetOperStatus.del(prev.name());
+    }
+    return platform::IntfId();
+  }
+  const platform::IntfId* mapped = status->greTunnelKeyToIntfId.find(key);
+  if (!prev.empty() && (!mapped || *mapped != prev)) {
+    TRACE(2, "Deleting existing gre tunnel ", prev, " from ", name_);
+    handleGreTunnelKeyToIntfId(prev, GreTunnelKey{});
+  }
+  platform::IntfId id;
+  mapped = status->greTunnelKeyToIntfId.find(key);
+  if (!mapped) {
+    id = configSm_->greTunnelIntfAlloc();
+    TRACE(2, "Creating new greIntfId ", id);
+    status->greTunnelKeyToIntfId.set(key, id);
+    status->greTunnelKey.set(id, key);
+  } else if (mapped->isGreTunnel()) {
+    id = *mapped;
+    TRACE(2, "Restoring greIntfId ", id);
+    configSm_->greTunnelNumberTake(id);
+  } else {
+    id = *mapped;
+    TRACE(0, "Invalid greIntfId ", id);
+  }
+  // A session counts once per tunnel it holds, however often its key is resolved again.
+  if (id != prev) configSm_->incGreIntfUserCount(id);
+  configSm_->staleGreTunnelKeyDel(id);
+  OperStatus st = getDestOperStatus(*configSm_, session_, id.name());
+  sessionStatus_->targetOperStatus.set(id.name(), st);
+  staleTargetOperStatus_.erase(id.name());
+  return id;
+}
+
+void SessionSm::updateHwConfigTargetIntf(const platform::IntfId& intf, bool drop) {
+  const GreTunnelKey& key = drop ? session_->dropGreTunnelKey() : session_->greTunnelKey();
+  auto hw = configSm_->mirroringHwConfig()->session.get(name_);
+  if (!hw || intf.empty()) return;  // written with the rest when the session gets its hardware copy
+  if (key.hasUsableDestination()) {
+    if (!hw->targetIntf.contains(intf.name())) {
+      hw->targetIntfIs(intf.name());
+      TRACE(2, "Session: ", name_, " adding targetIntf ", intf, " targetIntfs: ", hw->targetIntf.size());
+    }
+    staleTargetIntfInHwConfig_.erase(intf.name());
+  } else if (hw->targetIntf.contains(intf.name())) {
+    TRACE(2, "Deleting interface: ", intf);
+    hw->targetIntfDel(intf.name());
+  }
+}
+
+// --- the hardware copy -----------------------------------------------------------------------
+
+void SessionSm::doMaybeUpdateHwConfig() {
+  auto hwConfig = configSm_->mirroringHwConfig();
+  if (!hasActiveDestination()) {
+    if (hwConfig->session.contains(name_)) {
+      TRACE(2, "Deleting HwConfig for session ", name_);
+      hwConfig->sessionDel(name_);
+    }
+    return;
+  }
+  TRACE(2, "Updating HwConfig for session ", name_);
+  Ptr<Session> hw = hwConfig->sessionIs(name_);
+  const HwCapability* cap = capability();
+  hw->secureMonitor.set(session_->secureMonitor());
+  hw->isInternal.set(session_->isInternal());
+  hw->owner.set(session_->owner());
+  hw->sessionId.set(sessionId_);
+  GrePayloadType payload = session_->grePayloadType();
+  if (payload == GrePayloadType::payloadTypeUnset && hwDefaultSessionConfig_) {
+    payload = hwDefaultSessionConfig_->grePayloadType();
+  }
+  hw->grePayloadType.set(payload);
+
+  // Destinations: active ones, with GRE targets replaced by their tunnel interface.
+  const platform::IntfId greIntf = resolvedGreIntf();
+  for (const auto& target : session_->targetIntf.keys()) {
+    if (platform::IntfId(target).isGreTunnel()) {
+      updateHwConfigTargetIntf(greIntf, forwardingDrop_);
+      hw->greTunnelKey.set(session_->greTunnelKey());
+      hw->dropGreTunnelKey.set(session_->dropGreTunnelKey());
+      continue;
+    }
+    if (sessionStatus_->targetOperStatus.get(target).isActive()) {
+      if (!hw->targetIntf.contains(target)) {
+        hw->targetIntfIs(target);
+        TRACE(2, "Session: ", name_, " adding targetIntf ", target, " targetIntfs: ", hw->targetIntf.size());
+      }
+      staleTargetIntfInHwConfig_.erase(target);
+    } else if (hw->targetIntf.contains(target)) {
+      hw->targetIntfDel(target);
+      TRACE(2, "Session: ", name_, " deleting targetIntf ", target, " targetIntfs: ", hw->targetIntf.size());
+    }
+  }
+
+  // GRE options.
+  hw->txGreMetadataEnabled.set(session_->txGreMetadataEnabled());
+  for (const auto& element : hw->greMetadata.keys()) {
+    if (!session_->greMetadata.contains(element)) hw->greMetadata.del(element);
+  }
+  for (const auto& [element, on] : session_->greMetadata) hw->greMetadata.set(element, true);
+  hw->greTimestampingEnabled.set(session_->greTimestampingEnabled());
+  hw->portMirroringDisabled.set(session_->portMirroringDisabled());
+
+  // Sources: active ones with their direction and filter; one IPv6 ACL per session.
+  bool ip6AclTaken = false;
+  for (const auto& srcName : session_->srcIntf.keys()) {
+    auto src = session_->srcIntf.get(srcName);
+    if (!sessionStatus_->srcOperStatus.get(srcName).isActive()) {
+      hw->srcIntfDel(srcName);
+      continue;
+    }
+    const bool ip6Acl = !src->srcAcl().empty() && src->aclType() == Acl::aclTypeIpv6;
+    if (ip6Acl && ip6AclTaken) {
+      hw->srcIntfDel(srcName);
+      doUpdateSrcStatus(srcName, OperStatus::inactive(reason::multipleIpv6Acls));
+      configSm_->handleSourceDeactivation(name_, srcName);
+      return;  // the nested update rewrote the whole session
+    }
+    ip6AclTaken = ip6AclTaken || ip6Acl;
+    Ptr<SrcIntf> hwSrc = hw->srcIntfIs(srcName, src->direction());
+    hwSrc->aclType.set(src->aclType());
+    hwSrc->srcAcl.set(src->srcAcl());
+    hwSrc->aclPriority.set(src->aclPriority());
+    staleSrcIntfInHwConfig_.erase(srcName);
+  }
+
+  // Truncation and header removal, as far as the hardware does them.
+  const bool truncationSupported = cap && cap->truncationSupported();
+  hw->truncate.set(session_->truncate() && truncationSupported);
+  TruncationSize size = session_->truncationSize();
+  if (size != TruncationSize::truncationSizeDefault && !(cap && cap->truncationSizesSupported.contains(size))) {
+    size = TruncationSize::truncationSizeDefault;  // the hardware's own default instead
+  }
+  hw->truncationSize.set(size);
+  hw->headerRemovalSize.set(cap && cap->headerRemovalSupported() ? session_->headerRemovalSize()
+                                                                  : HeaderRemovalSize::headerRemovalNone);
+
+  // What the configuration no longer has goes.
+  for (const auto& srcName : hw->srcIntf.keys()) {
+    if (!session_->srcIntf.contains(srcName)) hw->srcIntfDel(srcName);
+  }
+  for (const auto& target : hw->targetIntf.keys()) {
+    if (!session_->targetIntf.contains(target) && target != greIntf.name()) hw->targetIntfDel(target);
+  }
+  auto firstTarget = hw->targetIntf.begin();
+  hw->destIntf.set(firstTarget == hw->targetIntf.end() ? std::string() : *firstTarget);
+
+  // Rate limit and sampling.
+  hw->mirrorRateLimitChip.set(session_->mirrorRateLimitChip());
+  hw->mirrorRateLimitInBps.set(session_->mirrorRateLimitInBps());
+  // Sampling is done on received traffic only: the configured rate holds when the hardware
+  // samples and every source is receive-only; otherwise every packet is mirrored.
+  bool rxOnly = cap && cap->rxSamplingSupported();
+  for (const auto& [srcName, src] : session_->srcIntf) rxOnly = rxOnly && src->direction() == Direction::rx;
+  const uint32_t rate = rxOnly ? session_->rxSampleRate() : 1;
+  TRACE(2, "Set: Session=", name_, " Config.rxSampleRate=", session_->rxSampleRate(), " HwConfig.rxSampleRate=", rate);
+  hw->rxSampleRate.set(rate);
+}
+
+// --- options ---------------------------------------------------------------------------------
+
+void SessionSm::handleTruncate() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleTruncate");
+  TRACE(2, "Computing operStatus for truncate in session ", name_);
+  const HwCapability* cap = capability();
+  OperStatus status;
+  if (!session_->truncate()) {
+    status = OperStatus::inactive(reason::notConfigured);
+  } else if (cap && cap->truncationSupported()) {
+    status = OperStatus::active();
+  } else {
+    status = OperStatus::inactive(reason::notSupported);
+  }
+  sessionStatus_->truncateOperStatus.set(status);
+  doMaybeUpdateHwConfig();
+  if ((cap && cap->timestampWithTruncationSupported()) || !status.isActive()) return;
+  auto ethDir = configSm_->ethIntfStatusDir();
+  for (const auto& dest : session_->targetIntf.keys()) {
+    const platform::IntfId intf(dest);
+    checkIntfTimestampModeAndLog(*configSm_, ethDir ? ethDir->intfStatus.get(intf) : nullptr, intf, name_);
+  }
+}
+
+#define MIRRORING_OPTION_HANDLER(handler)   \
+  void SessionSm::handler() {               \
+    if (!initialized_) return;              \
+    TRACE(1, *this, "::" #handler);         \
+    doMaybeUpdateHwConfig();                \
+  }
+MIRRORING_OPTION_HANDLER(handleTruncationSize)
+MIRRORING_OPTION_HANDLER(handleHeaderRemoval)
+MIRRORING_OPTION_HANDLER(handleGrePayloadType)
+MIRRORING_OPTION_HANDLER(handleGreMetadata)
+MIRRORING_OPTION_HANDLER(handleGreTimestampingEnabled)
+MIRRORING_OPTION_HANDLER(handlePortMirroringDisabled)
+MIRRORING_OPTION_HANDLER(handleTxGreMetadataEnabled)
+#undef MIRRORING_OPTION_HANDLER
+
+#define MIRRORING_CHECKED_OPTION_HANDLER(handler) \
+  void SessionSm::handler() {                     \
+    PLATFORM_ASSERT(initialized());               \
+    TRACE(1, *this, "::" #handler);               \
+    doMaybeUpdateHwConfig();                      \
+  }
+MIRRORING_CHECKED_OPTION_HANDLER(handleRxSampleRate)
+MIRRORING_CHECKED_OPTION_HANDLER(handleMirrorRateLimit)
+MIRRORING_CHECKED_OPTION_HANDLER(handleSecureMonitor)
+MIRRORING_CHECKED_OPTION_HANDLER(handleIsInternalOrOwner)
+#undef MIRRORING_CHECKED_OPTION_HANDLER
+
+// --- tear-down -------------------------------------------------------------------------------
+
+void SessionSm::doPrepareToDie() {
+  TRACE(1, *this, "::doPrepareToDie");
+  if (!initialized_) return;
+  if (!forwardingDrop_) {
+    handleGreTunnelKeyToIntfId(prevGreIntfId_, GreTunnelKey{});
+    handleGreTunnelKeyToIntfId(prevDropGreIntfId_, GreTunnelKey{});
+    prevGreIntfId_ = prevDropGreIntfId_ = platform::IntfId();
+  }
+  configSm_->mirroringHwConfig()->sessionDel(name_);
+  // Withdraw this session's claims first, so the sessions that lost a conflict to it can win.
+  std::vector<std::string> activeDests(activeDest_.begin(), activeDest_.end());
+  std::vector<std::pair<std::string, bool>> sources;
+  for (const auto& [n, s] : sessionStatus_->srcOperStatus) sources.emplace_back(n, s.isActive());
+  reactor_.detachAll();
+  srcIntfSm_.clear();
+  for (const auto& n : sessionStatus_->srcOperStatus.keys()) sessionStatus_->srcOperStatus.del(n);
+  for (const auto& n : sessionStatus_->targetOperStatus.keys()) sessionStatus_->targetOperStatus.del(n);
+  activeDest_.clear();
+  handleActiveDest();
+  for (const auto& dest : activeDests) configSm_->handleDestDeactivation(name_, dest);
+  for (const auto& [src, wasActive] : sources) {
+    configSm_->maybeUpdateSrcLagMemberState(src);
+    if (wasActive) configSm_->handleSourceDeactivation(name_, src);
+  }
+  configSm_->freeGlobalSessionId(name_, sessionId_);
+  initialized_ = false;
+}
+
+}  // namespace Mirroring

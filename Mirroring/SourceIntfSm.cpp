@@ -1,0 +1,124 @@
+// One source interface of one session: its direction, ACL filter and ACL priority, and the
+// ACLs themselves, reach the source's operational status and the session's hardware copy.
+#include <ostream>
+#include <string>
+
+#include "Mirroring/MirroringSm.h"
+#include "platform/Assert.h"
+
+namespace Mirroring {
+
+static std::ostream& operator<<(std::ostream& os, const SourceIntfSm& sm) {
+  return os << "Mirroring::SourceIntfSm(" << sm.name() << ")";
+}
+
+SourceIntfSm::SourceIntfSm(Ptr<const SrcIntf> srcIntf, Ptr<const Config> config,
+                           Ptr<const Acl::AclTypeConfig> aclConfig, Ptr<const Acl::AclTypeConfig> ip6AclConfig,
+                           Ptr<const Acl::AclTypeConfig> macAclConfig, SessionSm* sessionSm)
+    : srcIntf_(std::move(srcIntf)),
+      config_(std::move(config)),
+      aclConfig_(std::move(aclConfig)),
+      ip6AclConfig_(std::move(ip6AclConfig)),
+      macAclConfig_(std::move(macAclConfig)),
+      sessionSm_(sessionSm) {
+  PLATFORM_ASSERT(srcIntf_);
+  PLATFORM_ASSERT(sessionSm_);
+  reactor_.on(srcIntf_->direction, [this] { handleDirection(); });
+  reactor_.on(srcIntf_->srcAcl, [this] { handleSrcAcl(); });
+  reactor_.on(srcIntf_->aclPriority, [this] { handlePriority(); });
+  for (const auto& typeConfig : {aclConfig_, ip6AclConfig_, macAclConfig_}) {
+    if (typeConfig) reactor_.on(typeConfig->acl, [this](const std::string& acl) { handleAclConfig(acl); });
+  }
+  // The session files the follower first and then runs handleInitialized.
+}
+
+void SourceIntfSm::handleInitialized() {
+  TRACE(1, *this, "::handleInitialized");
+  initialized_ = true;
+  handleDirection();
+}
+
+void SourceIntfSm::handleDirection() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleDirection");
+  ConfigSm& configSm = *sessionSm_->configSm();
+  const std::string& intf = name();
+  const OperStatus prev = sessionSm_->sessionStatus() ? sessionSm_->sessionStatus()->srcOperStatus.get(intf)
+                                                      : OperStatus();
+  const OperStatus status = getSrcOperStatus(configSm, sessionSm_->session(), intf);
+  TRACE(2, *this, "::handleDirection ", intf, " in session ", sessionSm_->name(), " was ", prev, " now ", status);
+  // Written even when unchanged: the hardware copy carries the direction.
+  sessionSm_->doUpdateSrcStatus(intf, status);
+
+  // Another session may have been refused this interface for the direction this source had:
+  // it gets it now.
+  if (!config_) return;
+  const std::string ownSession = sessionSm_->session() ? sessionSm_->session()->name() : sessionSm_->name();
+  for (const auto& otherName : config_->session.keys()) {
+    if (otherName == ownSession || otherName == sessionSm_->name()) continue;
+    Ptr<SessionSm> other = configSm.sessionSm(otherName);
+    if (!other || !other->session() || !other->sessionStatus()) continue;
+    if (!other->session()->srcIntf.contains(intf)) continue;
+    const OperStatus otherStatus = getSrcOperStatus(configSm, other->session(), intf);
+    const OperStatus published = other->sessionStatus()->srcOperStatus.get(intf);
+    if (published.state == OperState::inactive && otherStatus.isActive()) {
+      TRACE(2, "handleDirection:: updating the status of ", intf, " to ", otherStatus, " in session ", otherName);
+      other->doUpdateSrcStatus(intf, otherStatus);
+    }
+  }
+}
+
+void SourceIntfSm::handleSrcAcl() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleSrcAcl");
+  ConfigSm& configSm = *sessionSm_->configSm();
+  const auto& capability = configSm.mirroringHwCapability();
+  // Without ACL-filtered sources the filter only reaches the hardware with the next rewrite.
+  if (!capability || !capability->srcAclSupported()) return;
+  if (srcIntf_->aclType() == Acl::aclTypeIpv6) return;
+
+  const std::string& intf = name();
+  const OperStatus published =
+      sessionSm_->sessionStatus() ? sessionSm_->sessionStatus()->srcOperStatus.get(intf) : OperStatus();
+  const OperStatus status = getSrcOperStatus(configSm, sessionSm_->session(), intf);
+  if (status != published) {
+    TRACE(2, *this, "::handleSrcAcl ", intf, " in session ", sessionSm_->name(), " now ", status);
+    sessionSm_->doUpdateSrcStatus(intf, status);
+  } else {
+    // The hardware entry names the filter: refresh it even though the status stands.
+    sessionSm_->doMaybeUpdateHwConfig();
+  }
+  if (!published.isActive() || !config_) return;
+
+  // The interface this source held may now go to a session that filters it with an IPv6 ACL.
+  const std::string ownSession = sessionSm_->session() ? sessionSm_->session()->name() : sessionSm_->name();
+  for (const auto& otherName : config_->session.keys()) {
+    if (otherName == ownSession || otherName == sessionSm_->name()) continue;
+    Ptr<SessionSm> other = configSm.sessionSm(otherName);
+    if (!other || !other->session() || !other->sessionStatus()) continue;
+    Ptr<const SrcIntf> otherSrc = other->session()->srcIntf.get(intf);
+    if (!otherSrc || otherSrc->aclType() != Acl::aclTypeIpv6) continue;
+    const OperStatus otherStatus = getSrcOperStatus(configSm, other->session(), intf);
+    if (other->sessionStatus()->srcOperStatus.get(intf).state == OperState::inactive && otherStatus.isActive()) {
+      TRACE(2, "handleSrcAcl:: updating the status of ", intf, " to ", otherStatus, " in session ", otherName);
+      other->doUpdateSrcStatus(intf, otherStatus);
+      break;
+    }
+  }
+}
+
+void SourceIntfSm::handlePriority() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handlePriority");
+  sessionSm_->doMaybeUpdateHwConfig();
+}
+
+void SourceIntfSm::handleAclConfig(const std::string& aclName) {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleAclConfig( ", aclName, " )");
+  // The hardware entry refers to the filter by name; other ACLs do not concern this source.
+  if (aclName.empty() || aclName != srcIntf_->srcAcl()) return;
+  sessionSm_->doMaybeUpdateHwConfig();
+}
+
+}  // namespace Mirroring

@@ -6,6 +6,9 @@
 
 #include "host/View.h"
 #include "platform/Database.h"
+#include "platform/IntfId.h"
+#include "platform/IpGenAddr.h"
+#include "platform/VrfName.h"
 
 namespace {
 
@@ -93,12 +96,35 @@ struct SessionStatus : platform::EntityOf<SessionStatus> {
   }
 };
 
+struct TunnelKey {
+  platform::IpGenAddr srcIpAddr;
+  platform::IpGenAddr dstIpAddr;
+  uint8_t ttl = 128;
+  uint8_t tos = 0;
+  uint16_t greProto = 0x88BE;
+  uint32_t greKey = 0;
+  platform::VrfName vrf;
+  bool operator==(const TunnelKey&) const = default;
+  template <class D>
+  void fields(D& d) {
+    d("srcIpAddr", srcIpAddr);
+    d("dstIpAddr", dstIpAddr);
+    d("ttl", ttl);
+    d("tos", tos);
+    d("greProto", greProto);
+    d("greKey", greKey);
+    d("vrf", vrf);
+  }
+};
+
 struct Status : platform::EntityOf<Status> {
   static constexpr const char* typeName = "ViewTest::Status";
   Coll<std::string, Ptr<SessionStatus>> sessionStatus{this};
+  Coll<platform::IntfId, TunnelKey> greTunnelKey{this};
   template <class D>
   void fields(D& d) {
     d("sessionStatus", sessionStatus);
+    d("greTunnelKey", greTunnelKey);
   }
 };
 
@@ -176,6 +202,7 @@ TEST(View, MonitorSessionsJoinConfigurationStatusAndHardwareBySession) {
 
   addSession(*config, "s1", {{"Ethernet10", Direction::rx}, {"Ethernet2", Direction::both}}, {"Ethernet5"});
   addSession(*config, "s2", {{"Ethernet7", Direction::tx}}, {"Cpu"});
+  addSession(*config, "s3", {{"Ethernet8", Direction::rx}}, {"Ethernet9"});
   Ptr<SessionStatus> s1 = status->sessionStatus.is("s1");
   s1->srcOperStatus.set("Ethernet2", active());
   s1->srcOperStatus.set("Ethernet10", inactive("Source Conflict"));
@@ -185,14 +212,40 @@ TEST(View, MonitorSessionsJoinConfigurationStatusAndHardwareBySession) {
   s1->mirrorDeviceName.set("mirror1");
   addSession(*hw, "s1", {{"Ethernet2", Direction::both}}, {"Ethernet5"});
   hw->session.get("s1")->sessionId.set(1);
+  // s2 has no status: the agent refused it. s3 has one but no active destination.
+  Ptr<SessionStatus> s3 = status->sessionStatus.is("s3");
+  s3->srcOperStatus.set("Ethernet8", active());
+  s3->targetOperStatus.set("Ethernet9", inactive("Interface Mode Conflict"));
+  s3->mirrorDeviceName.set("mirror2");
+  // Sessions the configuration does not have: a companion and a leftover.
+  status->sessionStatus.is("__fwdingDrop_s1")->targetOperStatus.set("Gre1", active());
+  addSession(*hw, "__fwdingDrop_s1", {}, {"Gre1"});
+  hw->session.get("__fwdingDrop_s1")->sessionId.set(4);
+  status->sessionStatus.is("old");
 
   EXPECT_EQ(host::renderView(db),
             "Monitor sessions\n"
             "----------------\n"
+            "Session __fwdingDrop_s1\n"
+            "  Status:            programmed (forwarding drops of session s1)\n"
+            "  Mirror device:     -\n"
+            "  Truncation:        unknown\n"
+            "  Hardware session:  4\n"
+            "  Hardware sources:  none\n"
+            "  Hardware targets:  Gre1\n"
+            "  Destination  State   Reason\n"
+            "  Gre1         active\n"
+            "Session old\n"
+            "  Status:            not programmed: no active destination; not configured\n"
+            "  Mirror device:     -\n"
+            "  Truncation:        unknown\n"
             "Session s1\n"
-            "  Mirror device:  mirror1\n"
-            "  Truncation:     inactive (Not Configured)\n"
-            "  Hardware:       session id 1; sources Ethernet2 (both); targets Ethernet5\n"
+            "  Status:            programmed\n"
+            "  Mirror device:     mirror1\n"
+            "  Truncation:        inactive (Not Configured)\n"
+            "  Hardware session:  1\n"
+            "  Hardware sources:  Ethernet2 (both)\n"
+            "  Hardware targets:  Ethernet5\n"
             "  Source      Direction  State     Reason\n"
             "  Ethernet1   -          inactive  Interface Mode Conflict\n"
             "  Ethernet2   both       active\n"
@@ -200,11 +253,68 @@ TEST(View, MonitorSessionsJoinConfigurationStatusAndHardwareBySession) {
             "  Destination  State   Reason\n"
             "  Ethernet5    active\n"
             "Session s2\n"
-            "  Hardware:       not programmed\n"
+            "  Status:            not programmed: no room\n"
             "  Source     Direction  State  Reason\n"
             "  Ethernet7  tx         -\n"
             "  Destination  State  Reason\n"
-            "  Cpu          -\n");
+            "  Cpu          -\n"
+            "Session s3\n"
+            "  Status:            not programmed: no active destination\n"
+            "  Mirror device:     mirror2\n"
+            "  Truncation:        unknown\n"
+            "  Source     Direction  State   Reason\n"
+            "  Ethernet8  rx         active\n"
+            "  Destination  State     Reason\n"
+            "  Ethernet9    inactive  Interface Mode Conflict\n");
+}
+
+TEST(View, WithoutTheHardwareCopyAnActiveDestinationMeansProgrammed) {
+  platform::Database db;
+  auto status = mount<Status>(db, "mirroring/status");
+  status->sessionStatus.is("up")->targetOperStatus.set("Ethernet1", active());
+  status->sessionStatus.is("down")->targetOperStatus.set("Ethernet2", inactive("Destination Conflict"));
+  std::ostringstream out;
+  ASSERT_TRUE(host::renderMonitorSessions(db, out));
+  EXPECT_NE(out.str().find("Session down\n  Status:            not programmed: no active destination\n"),
+            std::string::npos)
+      << out.str();
+  EXPECT_NE(out.str().find("Session up\n  Status:            programmed\n"), std::string::npos) << out.str();
+}
+
+TEST(View, GreTunnelsListEachTunnelWithItsKeyAndTheSessionsThatUseIt) {
+  platform::Database db;
+  auto status = mount<Status>(db, "mirroring/status");
+  TunnelKey collector;
+  collector.srcIpAddr = *platform::IpGenAddr::parse("10.0.0.1");
+  collector.dstIpAddr = *platform::IpGenAddr::parse("192.0.2.10");
+  collector.ttl = 64;
+  collector.vrf = platform::VrfName("mgmt");
+  TunnelKey lab;
+  lab.dstIpAddr = *platform::IpGenAddr::parse("2001:db8::7");
+  lab.greProto = 0x6558;
+  lab.greKey = 42;
+  status->greTunnelKey.set(platform::IntfId("Gre10"), lab);
+  status->greTunnelKey.set(platform::IntfId("Gre2"), collector);
+  status->sessionStatus.is("a")->targetOperStatus.set("Gre2", active());
+  status->sessionStatus.is("b")->targetOperStatus.set("Gre2", inactive("VRF mgmt is not configured."));
+  status->sessionStatus.is("c")->targetOperStatus.set("Ethernet2", active());
+
+  std::ostringstream out;
+  ASSERT_TRUE(host::renderMonitorSessions(db, out));
+  const std::string text = out.str();
+  const std::string tunnels = text.substr(text.find("GRE tunnels\n"));
+  EXPECT_EQ(tunnels,
+            "GRE tunnels\n"
+            "  Interface  Source    Destination  VRF      TTL  TOS  Protocol  Key  Sessions\n"
+            "  Gre2       10.0.0.1  192.0.2.10   mgmt     64   0    0x88be    0    a, b\n"
+            "  Gre10                2001:db8::7  default  128  0    0x6558    42   none\n");
+
+  // No tunnels, no subsection.
+  platform::Database none;
+  mount<Status>(none, "mirroring/status")->sessionStatus.is("a");
+  std::ostringstream quiet;
+  host::renderMonitorSessions(none, quiet);
+  EXPECT_EQ(quiet.str().find("GRE tunnels"), std::string::npos);
 }
 
 TEST(View, SectionsAppearOnlyForMountsThatArePresent) {

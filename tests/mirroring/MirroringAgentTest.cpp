@@ -291,9 +291,9 @@ TEST_F(MirroringAgentDeathTest, MountFailureAndMissingCauseAreFatal) {
   EXPECT_DEATH(agent->doMountsComplete(platform::MountStatus::failure, &em),
                "status == platform::MountStatus::success");
 
-  // Another agent's entity of another type where the errdisable cause should be.
+  // A writable entity of another type where the errdisable cause should be.
   platform::Database other;
-  other.rootIs<Errdisable::CauseGroup>("interface/errdisable/cause/tapagg");
+  other.modeIs(*other.rootIs<Errdisable::CauseGroup>("interface/errdisable/cause/tapagg"), "wc");
   platform::EntityManager otherEm(other, loop);
   Ptr<platform::Agent> second = adopt(agentFactory("Mirroring"));
   second->entityManagerIs(&otherEm);

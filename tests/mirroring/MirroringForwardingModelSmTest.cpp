@@ -248,8 +248,8 @@ TEST(MirroringForwardingModelSm, RestartConvergesToTheSameEntries) {
     step(restarted);
   }
   EXPECT_EQ(restarted.entries(), steady.entries());
-  EXPECT_EQ(steady.entries(),
-            (Entries{{"Ethernet2", intfForwardingModelQuietDataLink}, {"Ethernet6", intfForwardingModelQuietDataLink}}));
+  EXPECT_EQ(steady.entries(), (Entries{{"Ethernet2", intfForwardingModelQuietDataLink},
+                                       {"Ethernet6", intfForwardingModelQuietDataLink}}));
   EXPECT_EQ(restarted.sessionsOf("Ethernet2"), (Sessions{"s4"}));
 }
 

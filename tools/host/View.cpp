@@ -125,28 +125,79 @@ void heading(std::ostream& out, const std::string& title) {
 
 // --- monitor sessions ---------------------------------------------------------------------
 
-void renderSession(std::ostream& out, const std::string& name, const Value* config, const Value* status,
-                   const Value* hw, bool hwMounted) {
-  out << "Session " << name << '\n';
-  if (status) {
-    std::string device = text(member(status, "mirrorDeviceName"));
-    out << "  Mirror device:  " << (device.empty() ? "-" : device) << '\n';
-    out << "  Truncation:     " << withReason(operStatus(member(status, "truncateOperStatus"))) << '\n';
-  }
-  if (hwMounted) {
-    if (!hw) {
-      out << "  Hardware:       not programmed\n";
-    } else {
-      std::string sources;
-      for (const auto& [intf, src] : entries(member(hw, "srcIntf"))) {
-        sources += (sources.empty() ? "" : ", ") + intf + " (" + text(member(src, "direction")) + ")";
-      }
-      std::string targets;
-      for (const auto& [intf, v] : entries(member(hw, "targetIntf"))) targets += (targets.empty() ? "" : ", ") + intf;
-      out << "  Hardware:       session id " << text(member(hw, "sessionId")) << "; sources "
-          << (sources.empty() ? "none" : sources) << "; targets " << (targets.empty() ? "none" : targets) << '\n';
+// Label/value lines with the values aligned after the longest label, or at `minWidth`, so
+// that blocks with fewer labels line up with the others.
+class Fields {
+ public:
+  explicit Fields(std::size_t minWidth = 0) : minWidth_(minWidth) {}
+  void add(std::string label, std::string value) { rows_.emplace_back(std::move(label) + ":", std::move(value)); }
+  void print(std::ostream& out, const std::string& indent) const {
+    std::size_t width = minWidth_;
+    for (const auto& [label, value] : rows_) width = std::max(width, label.size());
+    for (const auto& [label, value] : rows_) {
+      out << indent << label << std::string(width - label.size() + 2, ' ') << value << '\n';
     }
   }
+
+ private:
+  std::size_t minWidth_;
+  std::vector<std::pair<std::string, std::string>> rows_;
+};
+
+std::string joined(const std::vector<std::string>& items) {
+  std::string out;
+  for (const auto& item : items) out += (out.empty() ? "" : ", ") + item;
+  return out.empty() ? "none" : out;
+}
+
+// The companion session that mirrors a GRE session's forwarding drops has no configuration of
+// its own; it is named after its session.
+constexpr std::string_view kFwdingDropPrefix = "__fwdingDrop_";
+
+// What a session amounts to: programmed in hardware, waiting for an active destination, or
+// refused for lack of hardware sessions (configured, but the agent gave it no status).
+std::string sessionState(bool configured, const Value* status, const Value* hw, bool hwMounted) {
+  if (!status) return configured ? "not programmed: no room" : "not configured";
+  bool programmed = hw != nullptr;
+  if (!hwMounted) {
+    programmed = false;
+    for (const auto& [intf, target] : entries(member(status, "targetOperStatus"))) {
+      programmed = programmed || operStatus(target).first == "active";
+    }
+  }
+  return programmed ? "programmed" : "not programmed: no active destination";
+}
+
+void renderSession(std::ostream& out, const std::string& name, const Value* config, const Value* status,
+                   const Value* hw, bool hwMounted, bool configMounted) {
+  out << "Session " << name << '\n';
+  Fields fields(std::string_view("Hardware session:").size());
+  // Without the configuration mount every session counts as configured.
+  const bool configured = config || !configMounted;
+  std::string state = sessionState(configured, status, hw, hwMounted);
+  if (!configured && status) {
+    state += name.starts_with(kFwdingDropPrefix)
+                 ? " (forwarding drops of session " + name.substr(kFwdingDropPrefix.size()) + ")"
+                 : "; not configured";
+  }
+  fields.add("Status", state);
+  if (status) {
+    std::string device = text(member(status, "mirrorDeviceName"));
+    fields.add("Mirror device", device.empty() ? "-" : device);
+    fields.add("Truncation", withReason(operStatus(member(status, "truncateOperStatus"))));
+  }
+  if (hw) {
+    std::vector<std::string> sources;
+    for (const auto& [intf, src] : entries(member(hw, "srcIntf"))) {
+      sources.push_back(intf + " (" + text(member(src, "direction")) + ")");
+    }
+    std::vector<std::string> targets;
+    for (const auto& [intf, v] : entries(member(hw, "targetIntf"))) targets.push_back(intf);
+    fields.add("Hardware session", text(member(hw, "sessionId")));
+    fields.add("Hardware sources", joined(sources));
+    fields.add("Hardware targets", joined(targets));
+  }
+  fields.print(out, "  ");
 
   IntfNames sources;
   addKeys(sources, member(config, "srcIntf"));
@@ -154,8 +205,8 @@ void renderSession(std::ostream& out, const std::string& name, const Value* conf
   Table srcTable({"Source", "Direction", "State", "Reason"});
   for (const auto& intf : sources) {
     const Value* src = entry(member(config, "srcIntf"), intf);
-    auto [state, reason] = operStatus(entry(member(status, "srcOperStatus"), intf));
-    srcTable.addRow({intf, src ? text(member(src, "direction")) : "-", state, reason});
+    auto [srcState, reason] = operStatus(entry(member(status, "srcOperStatus"), intf));
+    srcTable.addRow({intf, src ? text(member(src, "direction")) : "-", srcState, reason});
   }
   if (!srcTable.empty()) srcTable.print(out, "  ");
 
@@ -164,10 +215,40 @@ void renderSession(std::ostream& out, const std::string& name, const Value* conf
   addKeys(targets, member(status, "targetOperStatus"));
   Table destTable({"Destination", "State", "Reason"});
   for (const auto& intf : targets) {
-    auto [state, reason] = operStatus(entry(member(status, "targetOperStatus"), intf));
-    destTable.addRow({intf, state, reason});
+    auto [destState, reason] = operStatus(entry(member(status, "targetOperStatus"), intf));
+    destTable.addRow({intf, destState, reason});
   }
   if (!destTable.empty()) destTable.print(out, "  ");
+}
+
+// A GRE protocol number as operators write it (0x88be).
+std::string protocol(const Value* v) {
+  uint64_t n = 0;
+  if (!v || !v->toUint64(n)) return text(v);
+  std::ostringstream hex;
+  hex << "0x" << std::hex << n;
+  return hex.str();
+}
+
+// The GRE tunnel interfaces the agent made for the sessions' tunnel keys, with the sessions
+// whose status names each one.
+void renderGreTunnels(std::ostream& out, const Value* tunnels, const Value* published) {
+  Table table({"Interface", "Source", "Destination", "VRF", "TTL", "TOS", "Protocol", "Key", "Sessions"});
+  IntfNames names;
+  addKeys(names, tunnels);
+  for (const auto& intf : names) {
+    const Value* key = entry(tunnels, intf);
+    std::vector<std::string> users;
+    for (const auto& [session, status] : entries(published)) {
+      if (entry(member(status, "targetOperStatus"), intf)) users.push_back(session);
+    }
+    table.addRow({intf, text(member(key, "srcIpAddr")), text(member(key, "dstIpAddr")), text(member(key, "vrf")),
+                  text(member(key, "ttl")), text(member(key, "tos")), protocol(member(key, "greProto")),
+                  text(member(key, "greKey")), joined(users)});
+  }
+  if (table.empty()) return;
+  out << "GRE tunnels\n";
+  table.print(out, "  ");
 }
 
 }  // namespace
@@ -189,8 +270,9 @@ bool renderMonitorSessions(const platform::Database& db, std::ostream& out) {
   if (names.empty()) out << "No sessions.\n";
   for (const auto& name : names) {
     renderSession(out, name, entry(configured, name), entry(published, name), entry(programmed, name),
-                  hwconfig.has_value());
+                  hwconfig.has_value(), config.has_value());
   }
+  if (status) renderGreTunnels(out, member(&*status, "greTunnelKey"), published);
   return true;
 }
 

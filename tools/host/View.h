@@ -9,8 +9,12 @@
 // Sections and what they read:
 //   Monitor sessions        mirroring/config (session: srcIntf/direction, targetIntf),
 //                           mirroring/status (sessionStatus: srcOperStatus, targetOperStatus,
-//                           truncateOperStatus, mirrorDeviceName),
-//                           mirroring/hwconfig (session: sessionId, srcIntf, targetIntf)
+//                           truncateOperStatus, mirrorDeviceName; greTunnelKey: tunnel
+//                           interface to {srcIpAddr, dstIpAddr, vrf, ttl, tos, greProto,
+//                           greKey}),
+//                           mirroring/hwconfig (session: sessionId, srcIntf, targetIntf).
+//                           A configured session without a status is one the agent refused
+//                           for lack of hardware sessions: "not programmed: no room".
 //   Tap aggregation         tapagg/cliconfig (mode), tapagg/status (group: tapPort, toolPort,
 //                           each {active, reason})
 //   Errdisabled interfaces  interface/errdisable/cause/<cause> (intfStatus: interface to the

@@ -1,0 +1,520 @@
+// Scenarios of the mirroring agent, end to end: the real mirroringd loads the real plug-in,
+// a state file stands for what the other agents of a switch publish, a change stream for what
+// happens next, and the tests read back the dumps, the change stream out (every write of the
+// agent, causes before effects) and the syslog JSON lines.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <optional>
+#include <set>
+
+// The shared runner starts mirroringd with the plug-in named TEST_AGENT_PATH: here, the agent.
+#define TEST_AGENT_PATH MIRRORING_PLUGIN_PATH
+#include "host/MirroringdRunner.h"
+
+using namespace hosttest;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+namespace {
+
+constexpr const char* kStatus = "mirroring/status";
+constexpr const char* kHwConfig = "mirroring/hwconfig";
+constexpr const char* kForwardingModel = "interface/input/forwardingmodel/mirroring";
+constexpr const char* kQuietDataLink = "intfForwardingModelQuietDataLink";
+
+const Json kActive = Json::parse(R"({"state": "active", "reason": ""})");
+Json inactive(const std::string& reason) { return Json{{"state", "inactive"}, {"reason", reason}}; }
+
+// --- building inputs -------------------------------------------------------------------------
+
+// A switch with Ethernet1..12 active in hardware, two port-channels, the default VRF, and a
+// hardware that supports `maxSessions` sessions, port-channel and CPU destinations, one
+// destination per session and no sharing of sources or destinations between sessions.
+Json switchState(int maxSessions) {
+  Json s;
+  s["mirroring/hwcapability"] = {{"maxSupportedSessions", maxSessions},
+                                 {"lagDestSupported", true},
+                                 {"cpuDestSupported", true},
+                                 {"truncationSupported", true}};
+  // (No references into `s` are kept: an ordered object moves its members when it grows.)
+  const Json up = {{"hwActive", true}, {"linkStatus", "linkUp"}};
+  for (int i = 1; i <= 12; ++i) s["interface/status/eth/intf"]["intfStatus"]["Ethernet" + std::to_string(i)] = up;
+  for (const char* lag : {"Port-Channel1", "Port-Channel2"}) {
+    s["interface/status/eth/intf"]["intfStatus"][lag] = up;
+    s["interface/status/eth/lag"]["intfStatus"][lag] = up;
+  }
+  s["ip/vrf/status/global"]["vrf"]["default"] = {{"state", "vrfStateActive"}};
+  return s;
+}
+
+// A session's configuration: sources as (interface, direction), destinations by name.
+Json session(const std::vector<std::pair<std::string, std::string>>& sources, const std::vector<std::string>& targets) {
+  Json s;
+  s["srcIntf"] = Json::object();
+  for (const auto& [intf, dir] : sources) s["srcIntf"][intf] = {{"direction", dir}};
+  s["targetIntf"] = targets;
+  return s;
+}
+
+// A GRE session: receive-only sources into the session's own tunnel ("Gre0") to `dst`.
+Json greSession(const std::vector<std::string>& sources, const std::string& dst, const std::string& vrf) {
+  Json s = session({}, {"Gre0"});
+  for (const auto& intf : sources) s["srcIntf"][intf] = {{"direction", "rx"}};
+  s["greTunnelKey"] = {{"srcIpAddr", "10.0.0.1"}, {"dstIpAddr", dst}, {"vrf", vrf}};
+  return s;
+}
+
+std::string addSession(const std::string& name, const Json& value) {
+  return Json{{"op", "set"}, {"path", "mirroring/config/session/" + name}, {"value", value}}.dump();
+}
+std::string delSession(const std::string& name) {
+  return Json{{"op", "del"}, {"path", "mirroring/config/session/" + name}}.dump();
+}
+std::string setHwActive(const std::string& intf, bool active) {
+  return Json{{"op", "merge"},
+              {"path", "interface/status/eth/intf/intfStatus/" + intf},
+              {"value", {{"hwActive", active}}}}
+      .dump();
+}
+const std::string kDump = R"({"op":"dump"})";
+const std::string kRestart = R"({"op":"restart"})";
+
+// --- reading outputs -------------------------------------------------------------------------
+
+// What one run left: the dumps (each dump command's, then the final one) of the agent's three
+// writable mirroring mounts, every change the agent made, and the syslog messages.
+struct Outcome {
+  std::vector<Json> dumps;
+  std::vector<Json> out;
+  std::vector<Json> syslog;
+
+  // A copy: reading a member that is not there then fails a comparison instead of the run.
+  Json last() const { return dumps.back(); }
+};
+
+std::vector<std::string> segments(const std::string& path) {
+  std::vector<std::string> out;
+  std::string::size_type at = 0;
+  while (at <= path.size()) {
+    auto slash = path.find('/', at);
+    if (slash == std::string::npos) slash = path.size();
+    out.push_back(path.substr(at, slash - at));
+    at = slash + 1;
+  }
+  return out;
+}
+
+// The value that change `c` gives to `path` (which must not hold an interface with '/'):
+// the value itself when the change names the path, the part of it below the path when the
+// change writes an ancestor, and nothing when the change does not set the path.
+std::optional<Json> valueSetAt(const Json& c, const std::string& path) {
+  if (c["op"] != "set") return std::nullopt;
+  const std::string target = c["path"];
+  if (target == path) return c.contains("value") ? c["value"] : Json(true);
+  if (path.rfind(target + "/", 0) != 0) return std::nullopt;
+  Json v = c["value"];
+  for (const auto& seg : segments(path.substr(target.size() + 1))) {
+    if (v.is_object() && v.contains(seg)) {
+      v = Json(v[seg]);
+    } else if (v.is_array() && std::find(v.begin(), v.end(), Json(seg)) != v.end()) {
+      v = true;  // a member of a set
+    } else {
+      return std::nullopt;
+    }
+  }
+  return v;
+}
+
+// Whether change `c` erases `path`, itself or with an ancestor.
+bool erases(const Json& c, const std::string& path) {
+  if (c["op"] != "del") return false;
+  const std::string target = c["path"];
+  return target == path || path.rfind(target + "/", 0) == 0;
+}
+
+constexpr std::ptrdiff_t kNever = -1;
+
+// The position of the first change at or after `from` that sets `path` (to `value`, if given).
+std::ptrdiff_t firstSet(const std::vector<Json>& out, const std::string& path,
+                        const std::optional<Json>& value = std::nullopt, std::size_t from = 0) {
+  for (std::size_t i = from; i < out.size(); ++i) {
+    auto v = valueSetAt(out[i], path);
+    if (v && (!value || *v == *value)) return std::ptrdiff_t(i);
+  }
+  return kNever;
+}
+
+std::ptrdiff_t firstDel(const std::vector<Json>& out, const std::string& path, std::size_t from = 0) {
+  for (std::size_t i = from; i < out.size(); ++i) {
+    if (erases(out[i], path)) return std::ptrdiff_t(i);
+  }
+  return kNever;
+}
+
+std::size_t count(const std::vector<Json>& out, const std::string& op, const std::string& path) {
+  return std::size_t(std::count_if(out.begin(), out.end(), [&](const Json& c) {
+    return c["op"] == op && c["path"] == path;
+  }));
+}
+
+std::vector<std::string> keys(const Json& object) {
+  std::vector<std::string> out;
+  if (object.is_object()) {
+    for (const auto& [k, v] : object.items()) out.push_back(k);
+  }
+  return out;
+}
+
+class MirroringScenario : public MirroringdTest {
+ protected:
+  // Runs mirroringd with the agent over `state` and `changes`; every line must be accepted.
+  Outcome runScenario(const Json& state, const std::vector<std::string>& changes) {
+    std::string stream;
+    for (const auto& line : changes) stream += line + "\n";
+    for (const char* f : {"dump.json", "out.jsonl", "syslog.jsonl"}) fs::remove(path(f));
+    Result r = run({"--strict", "--quiet-syslog", "--dump", path("dump.json"), "--dump-mount", kStatus,
+                    "--dump-mount", kHwConfig, "--dump-mount", kForwardingModel, "--changes-out", path("out.jsonl"),
+                    "--syslog-json", path("syslog.jsonl"), "--changes", file("changes.jsonl", stream),
+                    file("state.json", state.dump(2))});
+    EXPECT_EQ(r.exitCode, 0) << r.err;
+    EXPECT_EQ(r.err, "") << "nothing rejected, nothing reported";
+    Outcome o;
+    o.dumps = documents(readFile(path("dump.json")));
+    for (const auto& line : lines(readFile(path("out.jsonl")))) o.out.push_back(Json::parse(line));
+    for (const auto& line : lines(readFile(path("syslog.jsonl")))) o.syslog.push_back(Json::parse(line));
+    if (o.dumps.empty()) o.dumps.emplace_back(Json::object());
+    return o;
+  }
+};
+
+// --- the typical event -----------------------------------------------------------------------
+
+TEST_F(MirroringScenario, AddingASessionProgramsItAndDeletingItReversesEverythingCauseBeforeEffect) {
+  Json state = switchState(4);
+  // A session that was there before, so that the new one does not get id 0 by chance.
+  state["mirroring/config"]["session"]["s0"] = session({{"Ethernet3", "rx"}}, {"Ethernet6"});
+  Outcome o = runScenario(state, {kDump,
+                                  addSession("s1", session({{"Ethernet1", "rx"}, {"Ethernet2", "tx"}}, {"Ethernet5"})),
+                                  kDump, delSession("s1")});
+  ASSERT_EQ(o.dumps.size(), 3u);
+  Json before = o.dumps[0];
+  Json added = o.dumps[1];
+
+  // Added: every source and the destination active, the hardware session with the next id.
+  Json status = added[kStatus]["sessionStatus"]["s1"];
+  EXPECT_EQ(status["srcOperStatus"], (Json{{"Ethernet1", kActive}, {"Ethernet2", kActive}}));
+  EXPECT_EQ(status["targetOperStatus"], (Json{{"Ethernet5", kActive}}));
+  EXPECT_EQ(status["mirrorDeviceName"], "mirror1");
+  Json hw = added[kHwConfig]["session"]["s1"];
+  EXPECT_EQ(hw["sessionId"], 1);
+  EXPECT_EQ(added[kHwConfig]["session"]["s0"]["sessionId"], 0);
+  EXPECT_THAT(keys(hw["srcIntf"]), ElementsAre("Ethernet1", "Ethernet2"));
+  EXPECT_EQ(hw["srcIntf"]["Ethernet1"]["direction"], "rx");
+  EXPECT_EQ(hw["srcIntf"]["Ethernet2"]["direction"], "tx");
+  EXPECT_EQ(hw["targetIntf"], Json::array({"Ethernet5"}));
+  EXPECT_EQ(added[kForwardingModel]["forwardingModelInput"],
+            (Json{{"Ethernet5", kQuietDataLink}, {"Ethernet6", kQuietDataLink}}));
+
+  // Deleted: status, hardware session and forwarding model gone; the other session untouched.
+  EXPECT_EQ(o.last(), before);
+  EXPECT_FALSE(o.last()[kStatus]["sessionStatus"].contains("s1"));
+  EXPECT_EQ(o.last()[kForwardingModel]["forwardingModelInput"], (Json{{"Ethernet6", kQuietDataLink}}));
+
+  // The writes, in the order the agent made them. Adding: the status record, then the
+  // destination becoming active, which is what puts the session into hardware and gives its
+  // destination the forwarding model; each source is active before the hardware has it.
+  const std::string st = "mirroring/status/sessionStatus/s1";
+  const std::string hwPath = "mirroring/hwconfig/session/s1";
+  const std::string fm = "interface/input/forwardingmodel/mirroring/forwardingModelInput/Ethernet5";
+  auto record = firstSet(o.out, st);
+  auto destActive = firstSet(o.out, st + "/targetOperStatus/Ethernet5", kActive);
+  auto hwSession = firstSet(o.out, hwPath);
+  auto fmSet = firstSet(o.out, fm, Json(kQuietDataLink));
+  ASSERT_NE(record, kNever);
+  ASSERT_NE(destActive, kNever);
+  EXPECT_LE(record, destActive);
+  EXPECT_LT(destActive, hwSession);
+  EXPECT_LT(destActive, fmSet);
+  for (const char* src : {"Ethernet1", "Ethernet2"}) {
+    auto srcActive = firstSet(o.out, st + "/srcOperStatus/" + src, kActive);
+    auto hwSrc = firstSet(o.out, hwPath + "/srcIntf/" + src);
+    ASSERT_NE(srcActive, kNever) << src;
+    EXPECT_LT(srcActive, hwSrc) << src;
+  }
+  EXPECT_NE(firstSet(o.out, hwPath + "/sessionId", Json(1)), kNever);
+  EXPECT_NE(firstSet(o.out, hwPath + "/targetIntf/Ethernet5"), kNever);
+  EXPECT_EQ(count(o.out, "set", fm), 1u) << "the forwarding model is written once";
+
+  // Deleting: the hardware copy goes, then the status record; the forwarding model goes after
+  // the destination's active status did, and nothing of s1 is written again.
+  auto hwGone = firstDel(o.out, hwPath);
+  auto destGone = firstDel(o.out, st + "/targetOperStatus/Ethernet5");
+  auto recordGone = firstDel(o.out, st);
+  auto fmGone = firstDel(o.out, fm);
+  ASSERT_NE(hwGone, kNever);
+  ASSERT_NE(recordGone, kNever);
+  ASSERT_NE(fmGone, kNever);
+  EXPECT_GT(hwGone, fmSet);
+  EXPECT_LT(hwGone, recordGone);
+  EXPECT_LT(destGone, fmGone);
+  for (std::size_t i = std::size_t(hwGone); i < o.out.size(); ++i) {
+    EXPECT_NE(o.out[i]["op"], "set") << o.out[i].dump();
+  }
+  EXPECT_THAT(o.syslog, IsEmpty());
+}
+
+TEST_F(MirroringScenario, GreSessionsShareTheirKeysTunnelInterfaceUntilTheLastOneGoes) {
+  Json state = switchState(4);
+  state["ip/vrf/status/global"]["vrf"]["mgmt"] = {{"state", "vrfStateActive"}};
+  const Json sameKey = greSession({"Ethernet2"}, "192.0.2.10", "mgmt");
+  Outcome o = runScenario(state, {addSession("g1", greSession({"Ethernet1"}, "192.0.2.10", "mgmt")), kDump,
+                                  addSession("g2", sameKey), kDump, addSession("g3", greSession({"Ethernet3"}, "192.0.2.20", "mgmt")),
+                                  kDump, delSession("g1"), kDump, delSession("g2"), kDump, delSession("g3")});
+  ASSERT_EQ(o.dumps.size(), 6u);
+  const Json key = Json::parse(
+      R"({"srcIpAddr": "10.0.0.1", "dstIpAddr": "192.0.2.10", "ttl": 128, "tos": 0, "greProto": 35006,
+          "greKey": 0, "vrf": "mgmt"})");
+  auto tunnels = [](Json dump) { return keys(dump[kStatus]["greTunnelKey"]); };
+  auto hwTargets = [](Json dump, const std::string& s) { return dump[kHwConfig]["session"][s]["targetIntf"]; };
+
+  // The first session's key gets the first tunnel interface, in both directions of the map,
+  // and the hardware session sends to it.
+  EXPECT_THAT(tunnels(o.dumps[0]), ElementsAre("Gre1"));
+  EXPECT_EQ(o.dumps[0][kStatus]["greTunnelKey"]["Gre1"], key);
+  EXPECT_EQ(o.dumps[0][kStatus]["greTunnelKeyToIntfId"], Json::array({{{"key", key}, {"value", "Gre1"}}}));
+  EXPECT_EQ(hwTargets(o.dumps[0], "g1"), Json::array({"Gre1"}));
+  EXPECT_EQ(o.dumps[0][kStatus]["sessionStatus"]["g1"]["targetOperStatus"]["Gre1"], kActive);
+  EXPECT_EQ(o.dumps[0][kStatus]["sessionStatus"]["g1"]["srcOperStatus"]["Ethernet1"], kActive);
+  // The same key: the same interface. Another key: the next one.
+  EXPECT_THAT(tunnels(o.dumps[1]), ElementsAre("Gre1"));
+  EXPECT_EQ(hwTargets(o.dumps[1], "g2"), Json::array({"Gre1"}));
+  EXPECT_THAT(tunnels(o.dumps[2]), ElementsAre("Gre1", "Gre2"));
+  EXPECT_EQ(hwTargets(o.dumps[2], "g3"), Json::array({"Gre2"}));
+  // The tunnel stays while a session uses it, and goes with the last one.
+  EXPECT_THAT(tunnels(o.dumps[3]), ElementsAre("Gre1", "Gre2"));
+  EXPECT_EQ(o.dumps[3][kStatus]["greTunnelKey"]["Gre1"], key);
+  EXPECT_THAT(tunnels(o.dumps[4]), ElementsAre("Gre2"));
+  EXPECT_EQ(o.dumps[4][kStatus]["greTunnelKeyToIntfId"].size(), 1u);
+  EXPECT_THAT(tunnels(o.last()), IsEmpty());
+  EXPECT_EQ(o.last()[kStatus]["greTunnelKeyToIntfId"], Json::array());
+  EXPECT_EQ(o.last()[kHwConfig]["session"], Json::object());
+  EXPECT_EQ(o.last()[kStatus]["sessionStatus"], Json::object());
+  EXPECT_EQ(o.last()[kForwardingModel]["forwardingModelInput"], Json::object());
+
+  // Gre1 was made once and removed once, though two sessions used it.
+  EXPECT_EQ(count(o.out, "set", "mirroring/status/greTunnelKey/Gre1"), 1u);
+  EXPECT_EQ(count(o.out, "del", "mirroring/status/greTunnelKey/Gre1"), 1u);
+  EXPECT_LT(firstDel(o.out, "mirroring/status/greTunnelKey/Gre1"), firstDel(o.out, "mirroring/status/greTunnelKey/Gre2"));
+}
+
+// --- restart ---------------------------------------------------------------------------------
+
+// What an earlier run of the agent left: session "kept" (still configured) programmed with id
+// 3 and a source it no longer has, session "gone" (no longer configured) with id 2, a GRE
+// tunnel no session uses, and the forwarding models of both sessions' destinations.
+Json leftovers(Json state) {
+  state["mirroring/config"]["session"]["kept"] = session({{"Ethernet1", "rx"}}, {"Ethernet5"});
+  state["mirroring/config"]["session"]["other"] = session({{"Ethernet2", "rx"}}, {"Ethernet6"});
+  const Json notConfigured = inactive("Not Configured");
+  Json status;
+  status["sessionStatus"]["kept"] = {
+      {"srcOperStatus", {{"Ethernet1", kActive}, {"Ethernet9", kActive}}},
+      {"targetOperStatus", {{"Ethernet5", kActive}}},
+      {"truncateOperStatus", notConfigured},
+      {"mirrorDeviceName", "mirror3"}};
+  status["sessionStatus"]["gone"] = {{"srcOperStatus", {{"Ethernet3", kActive}}},
+                                     {"targetOperStatus", {{"Ethernet7", kActive}}},
+                                     {"truncateOperStatus", notConfigured},
+                                     {"mirrorDeviceName", "mirror2"}};
+  const Json staleKey = {{"srcIpAddr", "10.0.0.1"}, {"dstIpAddr", "192.0.2.99"}};
+  status["greTunnelKey"]["Gre5"] = staleKey;
+  status["greTunnelKeyToIntfId"] = Json::array({{{"key", staleKey}, {"value", "Gre5"}}});
+  state[kStatus] = status;
+  Json hw;
+  hw["kept"] = {{"srcIntf", {{"Ethernet1", {{"direction", "rx"}}}, {"Ethernet9", {{"direction", "rx"}}}}},
+                {"targetIntf", {"Ethernet5"}},
+                {"destIntf", "Ethernet5"},
+                {"sessionId", 3}};
+  hw["gone"] = {{"srcIntf", {{"Ethernet3", {{"direction", "rx"}}}}},
+                {"targetIntf", {"Ethernet7"}},
+                {"destIntf", "Ethernet7"},
+                {"sessionId", 2}};
+  state[kHwConfig]["session"] = hw;
+  state[kForwardingModel]["forwardingModelInput"] = {{"Ethernet5", kQuietDataLink}, {"Ethernet7", kQuietDataLink}};
+  return state;
+}
+
+TEST_F(MirroringScenario, StartUpKeepsWhatIsStillConfiguredWithItsIdAndSweepsTheRest) {
+  Outcome o = runScenario(leftovers(switchState(4)), {});
+  Json d = o.last();
+
+  EXPECT_THAT(keys(d[kStatus]["sessionStatus"]), ElementsAre("kept", "other"));
+  EXPECT_THAT(keys(d[kHwConfig]["session"]), ElementsAre("kept", "other"));
+  // "kept" keeps its id and device; the source it no longer has is swept from status and
+  // hardware. "other" takes the lowest id that no hardware session holds.
+  EXPECT_EQ(d[kHwConfig]["session"]["kept"]["sessionId"], 3);
+  EXPECT_EQ(d[kStatus]["sessionStatus"]["kept"]["mirrorDeviceName"], "mirror3");
+  EXPECT_EQ(d[kStatus]["sessionStatus"]["kept"]["srcOperStatus"], (Json{{"Ethernet1", kActive}}));
+  EXPECT_THAT(keys(d[kHwConfig]["session"]["kept"]["srcIntf"]), ElementsAre("Ethernet1"));
+  EXPECT_EQ(d[kHwConfig]["session"]["kept"]["targetIntf"], Json::array({"Ethernet5"}));
+  EXPECT_EQ(d[kHwConfig]["session"]["other"]["sessionId"], 0);
+  // The tunnel nobody claimed is gone from both maps; only configured destinations keep
+  // their forwarding model.
+  EXPECT_EQ(d[kStatus]["greTunnelKey"], Json::object());
+  EXPECT_EQ(d[kStatus]["greTunnelKeyToIntfId"], Json::array());
+  EXPECT_EQ(d[kForwardingModel]["forwardingModelInput"],
+            (Json{{"Ethernet5", kQuietDataLink}, {"Ethernet6", kQuietDataLink}}));
+
+  // "kept" was confirmed in place, not rebuilt: never erased, its id never rewritten, its
+  // destination's forwarding model never withdrawn; what was swept was erased once each.
+  EXPECT_EQ(firstDel(o.out, "mirroring/status/sessionStatus/kept/targetOperStatus/Ethernet5"), kNever);
+  EXPECT_EQ(firstDel(o.out, "mirroring/hwconfig/session/kept/targetIntf/Ethernet5"), kNever);
+  EXPECT_EQ(firstSet(o.out, "mirroring/hwconfig/session/kept/sessionId"), kNever);
+  EXPECT_EQ(firstDel(o.out, "interface/input/forwardingmodel/mirroring/forwardingModelInput/Ethernet5"), kNever);
+  for (const char* p : {"mirroring/status/sessionStatus/gone", "mirroring/hwconfig/session/gone",
+                        "mirroring/status/greTunnelKey/Gre5",
+                        "interface/input/forwardingmodel/mirroring/forwardingModelInput/Ethernet7",
+                        "mirroring/status/sessionStatus/kept/srcOperStatus/Ethernet9",
+                        "mirroring/hwconfig/session/kept/srcIntf/Ethernet9"}) {
+    EXPECT_EQ(count(o.out, "del", p), 1u) << p;
+  }
+}
+
+TEST_F(MirroringScenario, ARestartOverUnchangedInputsWritesNothing) {
+  Json state = leftovers(switchState(4));
+  state["ip/vrf/status/global"]["vrf"]["mgmt"] = {{"state", "vrfStateActive"}};
+  state["mirroring/config"]["session"]["gre"] = greSession({"Ethernet4"}, "192.0.2.10", "mgmt");
+  // A fourth session that loses Ethernet1 to "kept", a fifth that finds no room, and a
+  // destination that goes down.
+  const std::vector<std::string> work = {
+      addSession("conflict", session({{"Ethernet1", "both"}}, {"Ethernet8"})),
+      addSession("waiting", session({{"Ethernet10", "rx"}}, {"Ethernet11"})),
+      setHwActive("Ethernet6", false),
+  };
+  Outcome plain = runScenario(state, work);
+  Json statuses = plain.last()[kStatus]["sessionStatus"];
+  ASSERT_THAT(keys(statuses), ElementsAre("conflict", "gre", "kept", "other"));
+  EXPECT_EQ(statuses["conflict"]["srcOperStatus"]["Ethernet1"], inactive("Source Conflict"));
+  EXPECT_EQ(statuses["other"]["targetOperStatus"]["Ethernet6"], inactive("Interface Mode Conflict"));
+  EXPECT_EQ(statuses["gre"]["targetOperStatus"]["Gre1"], kActive);
+
+  std::vector<std::string> withRestarts = work;
+  withRestarts.insert(withRestarts.end(), {kRestart, kRestart});
+  Outcome restarted = runScenario(state, withRestarts);
+  EXPECT_EQ(restarted.out, plain.out) << "the restarts added writes";
+  EXPECT_EQ(restarted.last(), plain.last());
+  // Each new agent refuses "waiting" again, and raises nothing else.
+  ASSERT_EQ(plain.syslog.size(), 1u);
+  EXPECT_EQ(restarted.syslog, std::vector<Json>(3, plain.syslog[0]));
+}
+
+// --- refused for lack of room ----------------------------------------------------------------
+
+TEST_F(MirroringScenario, SessionsBeyondTheLimitAreRefusedWithSyslogAndAdmittedWhenRoomIsFreed) {
+  Json state = switchState(2);
+  state["mirroring/config"]["session"]["s1"] = session({{"Ethernet1", "rx"}}, {"Ethernet5"});
+  state["mirroring/config"]["session"]["s2"] = session({{"Ethernet2", "rx"}}, {"Ethernet6"});
+  state["mirroring/config"]["session"]["s3"] = session({{"Ethernet3", "rx"}}, {"Ethernet7"});
+  Outcome o = runScenario(state, {kDump, delSession("s2"), kDump,
+                                  addSession("s4", session({{"Ethernet4", "rx"}}, {"Ethernet8"}))});
+  ASSERT_EQ(o.dumps.size(), 3u);
+
+  // The third session has neither status nor hardware session nor forwarding model.
+  Json refused = o.dumps[0];
+  EXPECT_THAT(keys(refused[kStatus]["sessionStatus"]), ElementsAre("s1", "s2"));
+  EXPECT_THAT(keys(refused[kHwConfig]["session"]), ElementsAre("s1", "s2"));
+  EXPECT_EQ(refused[kHwConfig]["session"]["s1"]["sessionId"], 0);
+  EXPECT_EQ(refused[kHwConfig]["session"]["s2"]["sessionId"], 1);
+  EXPECT_FALSE(refused[kForwardingModel]["forwardingModelInput"].contains("Ethernet7"));
+
+  // Deleting s2 admits s3 with the id s2 freed (1, not the unused 2), fully programmed.
+  Json admitted = o.dumps[1];
+  EXPECT_THAT(keys(admitted[kStatus]["sessionStatus"]), ElementsAre("s1", "s3"));
+  EXPECT_EQ(admitted[kHwConfig]["session"]["s3"]["sessionId"], 1);
+  EXPECT_EQ(admitted[kStatus]["sessionStatus"]["s3"]["mirrorDeviceName"], "mirror1");
+  EXPECT_EQ(admitted[kStatus]["sessionStatus"]["s3"]["srcOperStatus"], (Json{{"Ethernet3", kActive}}));
+  EXPECT_EQ(admitted[kHwConfig]["session"]["s3"]["targetIntf"], Json::array({"Ethernet7"}));
+  EXPECT_EQ(admitted[kForwardingModel]["forwardingModelInput"],
+            (Json{{"Ethernet5", kQuietDataLink}, {"Ethernet7", kQuietDataLink}}));
+  // The room went to s3 before anything else: s3's status comes after s2's is gone.
+  EXPECT_LT(firstDel(o.out, "mirroring/status/sessionStatus/s2"), firstSet(o.out, "mirroring/status/sessionStatus/s3"));
+
+  // A session added while the room is taken is refused in turn.
+  EXPECT_THAT(keys(o.last()[kStatus]["sessionStatus"]), ElementsAre("s1", "s3"));
+  EXPECT_THAT(o.syslog,
+              ElementsAre(Json{{"key", "MIRRORING_NOSESSIONGROUPS"},
+                               {"severity", "warning"},
+                               {"text", "Insufficient hardware resources to allocate mirror session s3. The current "
+                                        "limit on the number of mirror sessions is 2."}},
+                          Json{{"key", "MIRRORING_NOSESSIONGROUPS"},
+                               {"severity", "warning"},
+                               {"text", "Insufficient hardware resources to allocate mirror session s4. The current "
+                                        "limit on the number of mirror sessions is 2."}}));
+}
+
+// --- restart anywhere ------------------------------------------------------------------------
+
+TEST_F(MirroringScenario, ARestartAnywhereInTheStreamChangesNothingThatFollows) {
+  Json state = switchState(4);
+  state["lag/config"]["phyIntf"]["Ethernet9"] = {{"lag", "Port-Channel1"}};
+  const std::vector<std::string> stream = {
+      addSession("s1", session({{"Ethernet1", "both"}}, {"Ethernet5"})),
+      // Ethernet1 is s1's in both directions: a conflict for s2.
+      addSession("s2", session({{"Ethernet1", "rx"}, {"Ethernet2", "rx"}}, {"Ethernet6"})),
+      // A GRE session whose VRF does not exist yet, and then does.
+      addSession("g1", greSession({"Ethernet3"}, "192.0.2.1", "red")),
+      R"({"op":"set","path":"ip/vrf/status/global/vrf/red","value":{"state":"vrfStateActive"}})",
+      setHwActive("Ethernet5", false),
+      // A port-channel source with one of its members, into a port-channel.
+      addSession("s3", session({{"Port-Channel1", "rx"}, {"Ethernet9", "rx"}}, {"Port-Channel2"})),
+      R"({"op":"set","path":"lag/config/phyIntf/Ethernet10","value":{"lag":"Port-Channel1"}})",
+      addSession("s4", session({{"Ethernet10", "rx"}}, {"Ethernet11"})),
+      setHwActive("Ethernet5", true),
+      // The limit is reached: s4 waits until s1 goes, and s2 gets Ethernet1.
+      delSession("s1"),
+      R"({"op":"del","path":"lag/config/phyIntf/Ethernet9"})",
+      R"({"op":"set","path":"mirroring/config/session/s2/targetIntf/Ethernet7"})",
+      R"({"op":"del","path":"ip/vrf/status/global/vrf/red"})",
+  };
+  // A dump after every line, so that every state on the way is compared, not only the last.
+  auto withDumps = [&](std::optional<std::size_t> restartAt) {
+    std::vector<std::string> lines;
+    for (std::size_t i = 0; i < stream.size(); ++i) {
+      if (restartAt == i) lines.push_back(kRestart);
+      lines.push_back(stream[i]);
+      lines.push_back(kDump);
+    }
+    if (restartAt == stream.size()) lines.push_back(kRestart);
+    return lines;
+  };
+  Outcome plain = runScenario(state, withDumps(std::nullopt));
+  ASSERT_EQ(plain.dumps.size(), stream.size() + 1);
+
+  // The stream does what it says, so that the comparisons below compare something.
+  Json end = plain.last();
+  EXPECT_THAT(keys(end[kStatus]["sessionStatus"]), ElementsAre("g1", "s2", "s3", "s4"));
+  EXPECT_EQ(end[kStatus]["sessionStatus"]["s2"]["srcOperStatus"]["Ethernet1"], kActive);
+  EXPECT_EQ(end[kStatus]["sessionStatus"]["s2"]["targetOperStatus"]["Ethernet7"],
+            inactive("Multiple ports are not supported"));
+  EXPECT_EQ(end[kStatus]["sessionStatus"]["s3"]["srcOperStatus"]["Ethernet9"], kActive);
+  EXPECT_EQ(end[kStatus]["sessionStatus"]["s4"]["srcOperStatus"]["Ethernet10"], inactive("Member of a source LAG"));
+  EXPECT_EQ(end[kStatus]["sessionStatus"]["g1"]["targetOperStatus"]["Gre1"], inactive("VRF red is not configured."));
+  EXPECT_EQ(plain.dumps[1][kStatus]["sessionStatus"]["s2"]["srcOperStatus"]["Ethernet1"], inactive("Source Conflict"));
+  EXPECT_EQ(plain.dumps[3][kStatus]["sessionStatus"]["g1"]["targetOperStatus"]["Gre1"], kActive);
+  EXPECT_EQ(plain.dumps[4][kStatus]["sessionStatus"]["s1"]["targetOperStatus"]["Ethernet5"],
+            inactive("Interface Mode Conflict"));
+  EXPECT_THAT(keys(end[kHwConfig]["session"]), ElementsAre("s2", "s3", "s4"));
+
+  for (std::size_t at = 0; at <= stream.size(); ++at) {
+    const Outcome restarted = runScenario(state, withDumps(at));
+    ASSERT_EQ(restarted.dumps.size(), plain.dumps.size()) << "restart before line " << at + 1;
+    for (std::size_t d = 0; d < plain.dumps.size(); ++d) {
+      EXPECT_EQ(restarted.dumps[d], plain.dumps[d]) << "restart before line " << at + 1 << ", dump " << d + 1;
+    }
+    EXPECT_EQ(restarted.out, plain.out) << "restart before line " << at + 1;
+  }
+}
+
+}  // namespace

@@ -67,7 +67,7 @@ std::optional<double> asDouble(const std::string& text) {
   return value;
 }
 
-struct Spec {
+struct Conversion {
   bool left = false;
   bool zero = false;
   bool plus = false;
@@ -90,44 +90,44 @@ std::size_t readNumber(std::string_view format, std::size_t& i) {
 
 // Renders an integer conversion in base 8 or 16 when the argument is a number; otherwise the
 // argument's text is used as it stands.
-std::string radixText(const std::string& arg, const Spec& spec, std::string& prefix) {
+std::string radixText(const std::string& arg, const Conversion& conv, std::string& prefix) {
   unsigned long long value = 0;
   if (auto u = asUnsigned(arg)) {
     value = *u;
   } else if (auto s = asSigned(arg)) {
     // Negative numbers show as the two's complement of the argument's presumed width.
     value = static_cast<unsigned long long>(*s);
-    if (spec.lengthBits < 64) value &= (1ull << spec.lengthBits) - 1;
+    if (conv.lengthBits < 64) value &= (1ull << conv.lengthBits) - 1;
   } else {
     return arg;
   }
   char buffer[32];
-  int base = spec.conversion == 'o' ? 8 : 16;
+  int base = conv.conversion == 'o' ? 8 : 16;
   auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, value, base);
   std::string digits(buffer, end);
-  if (spec.conversion == 'X') {
+  if (conv.conversion == 'X') {
     std::transform(digits.begin(), digits.end(), digits.begin(),
                    [](char c) { return c >= 'a' && c <= 'f' ? static_cast<char>(c - 32) : c; });
   }
-  if (spec.alternate && value != 0) {
-    if (spec.conversion == 'o') {
+  if (conv.alternate && value != 0) {
+    if (conv.conversion == 'o') {
       digits.insert(0, "0");
     } else {
-      prefix = spec.conversion == 'X' ? "0X" : "0x";
+      prefix = conv.conversion == 'X' ? "0X" : "0x";
     }
   }
   return digits;
 }
 
-std::string convert(const std::string& arg, const Spec& spec) {
+std::string convert(const std::string& arg, const Conversion& conv) {
   std::string prefix;  // sign or radix prefix; zero padding goes after it
   std::string body;
   bool numeric = false;
-  switch (spec.conversion) {
+  switch (conv.conversion) {
     case 'x':
     case 'X':
     case 'o':
-      body = radixText(arg, spec, prefix);
+      body = radixText(arg, conv, prefix);
       numeric = asSigned(arg) || asUnsigned(arg);
       break;
     case 'd':
@@ -139,9 +139,9 @@ std::string convert(const std::string& arg, const Spec& spec) {
         if (!body.empty() && (body[0] == '-' || body[0] == '+')) {
           prefix = body.substr(0, 1);
           body.erase(0, 1);
-        } else if (spec.plus) {
+        } else if (conv.plus) {
           prefix = "+";
-        } else if (spec.space) {
+        } else if (conv.space) {
           prefix = " ";
         }
       }
@@ -156,9 +156,9 @@ std::string convert(const std::string& arg, const Spec& spec) {
     case 'A':
       body = arg;
       // Arguments arrive already streamed, so only an explicit precision asks for reformatting.
-      if (auto value = asDouble(arg); value && spec.precision) {
+      if (auto value = asDouble(arg); value && conv.precision) {
         char format[16];
-        std::snprintf(format, sizeof format, "%%.%zu%c", *spec.precision, spec.conversion);
+        std::snprintf(format, sizeof format, "%%.%zu%c", *conv.precision, conv.conversion);
         char buffer[maxFieldWidth + 512];
         std::snprintf(buffer, sizeof buffer, format, *value);
         body = buffer;
@@ -167,23 +167,23 @@ std::string convert(const std::string& arg, const Spec& spec) {
       if (numeric && !body.empty() && (body[0] == '-' || body[0] == '+')) {
         prefix = body.substr(0, 1);
         body.erase(0, 1);
-      } else if (numeric && spec.plus) {
+      } else if (numeric && conv.plus) {
         prefix = "+";
       }
       break;
     case 's':
       body = arg;
-      if (spec.precision && *spec.precision < body.size()) body.resize(*spec.precision);
+      if (conv.precision && *conv.precision < body.size()) body.resize(*conv.precision);
       break;
     default:  // c, p
       body = arg;
       break;
   }
   std::size_t length = prefix.size() + body.size();
-  if (length >= spec.width) return prefix + body;
-  std::size_t pad = spec.width - length;
-  if (spec.left) return prefix + body + std::string(pad, ' ');
-  if (spec.zero && numeric) return prefix + std::string(pad, '0') + body;
+  if (length >= conv.width) return prefix + body;
+  std::size_t pad = conv.width - length;
+  if (conv.left) return prefix + body + std::string(pad, ' ');
+  if (conv.zero && numeric) return prefix + std::string(pad, '0') + body;
   return std::string(pad, ' ') + prefix + body;
 }
 
@@ -207,41 +207,41 @@ std::string formatMessage(std::string_view format, const std::vector<std::string
       ++i;
       continue;
     }
-    Spec spec;
+    Conversion conv;
     for (; i < format.size(); ++i) {
       char f = format[i];
       if (f == '-') {
-        spec.left = true;
+        conv.left = true;
       } else if (f == '0') {
-        spec.zero = true;
+        conv.zero = true;
       } else if (f == '+') {
-        spec.plus = true;
+        conv.plus = true;
       } else if (f == ' ') {
-        spec.space = true;
+        conv.space = true;
       } else if (f == '#') {
-        spec.alternate = true;
+        conv.alternate = true;
       } else {
         break;
       }
     }
-    spec.width = readNumber(format, i);
+    conv.width = readNumber(format, i);
     if (i < format.size() && format[i] == '.') {
       ++i;
-      spec.precision = readNumber(format, i);
+      conv.precision = readNumber(format, i);
     }
     auto startsWith = [&](std::string_view s) { return format.substr(i).starts_with(s); };
     if (startsWith("hh")) {
-      spec.lengthBits = 8;
+      conv.lengthBits = 8;
       i += 2;
     } else if (startsWith("ll")) {
-      spec.lengthBits = 64;
+      conv.lengthBits = 64;
       i += 2;
     } else if (startsWith("h")) {
-      spec.lengthBits = 16;
+      conv.lengthBits = 16;
       i += 1;
     } else if (i < format.size() &&
                std::string_view("lzjtLq").find(format[i]) != std::string_view::npos) {
-      spec.lengthBits = 64;
+      conv.lengthBits = 64;
       i += 1;
     }
     if (i >= format.size() || !isConversion(format[i])) {
@@ -249,11 +249,11 @@ std::string formatMessage(std::string_view format, const std::vector<std::string
       out.append(format.substr(start, i - start));
       continue;
     }
-    spec.conversion = format[i++];
+    conv.conversion = format[i++];
     static const std::string missing;
     const std::string& arg = next < args.size() ? args[next] : missing;
     ++next;
-    out += convert(arg, spec);
+    out += convert(arg, conv);
   }
   return out;
 }

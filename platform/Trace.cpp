@@ -101,16 +101,16 @@ class Registry {
     std::erase(facilities_, facility);
   }
 
-  void apply(std::string spec, std::vector<Rule> rules) {
+  void apply(std::string config, std::vector<Rule> rules) {
     std::lock_guard lock(mutex_);
-    spec_ = std::move(spec);
+    spec_ = std::move(config);
     rules_ = std::move(rules);
     for (auto* facility : facilities_) {
       facility->mask_.store(maskFor(facility->name()), std::memory_order_relaxed);
     }
   }
 
-  std::string spec() {
+  std::string config() {
     std::lock_guard lock(mutex_);
     return spec_;
   }
@@ -170,10 +170,10 @@ void Facility::write(int level, std::string_view text) const {
   Registry::instance().deliver(name_, level, text);
 }
 
-std::string configure(std::string_view spec) {
+std::string configure(std::string_view config) {
   std::vector<Rule> rules;
   std::string errors;
-  std::string_view rest = spec;
+  std::string_view rest = config;
   while (true) {
     auto comma = rest.find(',');
     auto item = trim(rest.substr(0, comma));
@@ -191,7 +191,7 @@ std::string configure(std::string_view spec) {
     if (comma == std::string_view::npos) break;
     rest.remove_prefix(comma + 1);
   }
-  Registry::instance().apply(std::string(spec), std::move(rules));
+  Registry::instance().apply(std::string(config), std::move(rules));
   return errors;
 }
 
@@ -203,7 +203,7 @@ std::string configureFromEnvironment() {
   return errors;
 }
 
-std::string configuration() { return Registry::instance().spec(); }
+std::string configuration() { return Registry::instance().config(); }
 
 void setSink(Sink sink) { Registry::instance().sinkIs(std::move(sink)); }
 

@@ -60,10 +60,10 @@ class Facility {
 
 // Replaces the whole configuration. Items are separated by commas; each is `Name` (all levels),
 // `Name/L` or `Name/L1-L2`, with `*` as the name meaning every facility. Levels of several items
-// naming the same facility add up. Blanks around items are ignored; an empty spec turns every
+// naming the same facility add up. Blanks around items are ignored; an empty config turns every
 // facility off. Well-formed items are applied even when others are malformed; the result names
 // every malformed item and is empty when all were fine.
-std::string configure(std::string_view spec);
+std::string configure(std::string_view config);
 
 // Applies the environment variable TRACE when it is set (an unset variable leaves the
 // configuration as it is). Malformed items are also reported on standard error, since nobody

@@ -526,17 +526,17 @@ void ConfigSm::handleVrfStatus(const platform::VrfName& vrf) {
   }
 }
 
-void ConfigSm::handleSourceDeactivation(const std::string& sessionName, const std::string& intfName) {
-  PLATFORM_ASSERT(initialized());
-  TRACE(1, *this, "::handleSourceDeactivation", "( ", intfName, " )");
+// Hands an interface that session `sessionName` let go of to the first other session that
+// was refused it: as a destination first, then as a source.
+void ConfigSm::handOver(const std::string& sessionName, const std::string& intfName, bool destLagCheck) {
   const auto names = mirroringConfig_->session.keys();
-  // The interface may now serve as a destination elsewhere...
   for (const auto& t : names) {
     TRACE(2, "Checking if ", intfName, " is a destination in ", t);
     if (t == sessionName) continue;
     auto session = mirroringConfig_->session.get(t);
     auto sm = sessionSm(t);
     if (!sm || !mirroringStatus_->sessionStatus.contains(t) || !session->targetIntf.contains(intfName)) continue;
+    if (destLagCheck && !destStatusLagCheck(*this, intfName)) continue;
     OperStatus status = getDestOperStatus(*this, session, intfName);
     sm->doUpdateDestStatus(intfName, status);
     if (status.isActive()) {
@@ -544,7 +544,6 @@ void ConfigSm::handleSourceDeactivation(const std::string& sessionName, const st
       return;
     }
   }
-  // ...or as a source in the first session that was refused it.
   for (const auto& t : names) {
     TRACE(2, "Checking if ", intfName, " is a source in ", t);
     if (t == sessionName) continue;
@@ -560,37 +559,16 @@ void ConfigSm::handleSourceDeactivation(const std::string& sessionName, const st
   }
 }
 
+void ConfigSm::handleSourceDeactivation(const std::string& sessionName, const std::string& intfName) {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleSourceDeactivation", "( ", intfName, " )");
+  handOver(sessionName, intfName, false);
+}
+
 void ConfigSm::handleDestDeactivation(const std::string& sessionName, const std::string& intfName) {
   PLATFORM_ASSERT(initialized());
   TRACE(1, *this, "::handleDestDeactivation", "( ", intfName, " )");
-  const auto names = mirroringConfig_->session.keys();
-  for (const auto& t : names) {
-    TRACE(2, "Checking if ", intfName, " is a destination in ", t);
-    if (t == sessionName) continue;
-    auto session = mirroringConfig_->session.get(t);
-    auto sm = sessionSm(t);
-    if (!sm || !mirroringStatus_->sessionStatus.contains(t) || !session->targetIntf.contains(intfName)) continue;
-    if (!destStatusLagCheck(*this, intfName)) continue;
-    OperStatus status = getDestOperStatus(*this, session, intfName);
-    sm->doUpdateDestStatus(intfName, status);
-    if (status.isActive()) {
-      TRACE(2, "Activated destination ", intfName, " in ", t);
-      return;
-    }
-  }
-  for (const auto& t : names) {
-    TRACE(2, "Checking if ", intfName, " is a source in ", t);
-    if (t == sessionName) continue;
-    auto session = mirroringConfig_->session.get(t);
-    auto sm = sessionSm(t);
-    auto status = mirroringStatus_->sessionStatus.get(t);
-    if (!sm || !status || !session->srcIntf.contains(intfName)) continue;
-    if (status->srcOperStatus.get(intfName).isActive()) continue;
-    if (!getSrcOperStatus(*this, session, intfName).isActive()) continue;
-    TRACE(2, "Activating source ", intfName, " in ", t);
-    sm->doUpdateSrcStatus(intfName, OperStatus::active());
-    return;
-  }
+  handOver(sessionName, intfName, true);
 }
 
 void ConfigSm::maybeUpdateSrcLagMemberState(const std::string& intfName) {

@@ -339,6 +339,7 @@ class ConfigSm : public platform::RefCounted {
  private:
   // Deletes a session's companion and state machine (each told to die first) and its status.
   void deleteSession(const std::string& name);
+  void handOver(const std::string& sessionName, const std::string& intfName, bool destLagCheck);
   struct PhyIntfReactor;
 
   Ptr<const Config> mirroringConfig_;

@@ -462,20 +462,22 @@ TEST_F(MirroringScenario, ARestartAnywhereInTheStreamChangesNothingThatFollows) 
   const std::vector<std::string> stream = {
       addSession("s1", session({{"Ethernet1", "both"}}, {"Ethernet5"})),
       // Ethernet1 is s1's in both directions: a conflict for s2.
-      addSession("s2", session({{"Ethernet1", "rx"}, {"Ethernet2", "rx"}}, {"Ethernet6"})),
+      addSession("s2", session({{"Ethernet1", "rx"}, {"Ethernet2", "rx"}, {"Ethernet12", "rx"}}, {"Ethernet6"})),
       // A GRE session whose VRF does not exist yet, and then does.
       addSession("g1", greSession({"Ethernet3"}, "192.0.2.1", "red")),
       R"({"op":"set","path":"ip/vrf/status/global/vrf/red","value":{"state":"vrfStateActive"}})",
       setHwActive("Ethernet5", false),
       // A port-channel source with one of its members, into a port-channel.
       addSession("s3", session({{"Port-Channel1", "rx"}, {"Ethernet9", "rx"}}, {"Port-Channel2"})),
-      R"({"op":"set","path":"lag/config/phyIntf/Ethernet10","value":{"lag":"Port-Channel1"}})",
-      addSession("s4", session({{"Ethernet10", "rx"}}, {"Ethernet11"})),
+      // One of s2's sources joins that port-channel.
+      R"({"op":"set","path":"lag/config/phyIntf/Ethernet12","value":{"lag":"Port-Channel1"}})",
+      // No room: s4 waits until s1 goes, and then finds s2 on its destination.
+      addSession("s4", session({{"Ethernet10", "rx"}}, {"Ethernet6"})),
       setHwActive("Ethernet5", true),
-      // The limit is reached: s4 waits until s1 goes, and s2 gets Ethernet1.
       delSession("s1"),
       R"({"op":"del","path":"lag/config/phyIntf/Ethernet9"})",
-      R"({"op":"set","path":"mirroring/config/session/s2/targetIntf/Ethernet7"})",
+      R"({"op":"set","path":"mirroring/config/session/s3/targetIntf/Ethernet8"})",
+      R"({"op":"del","path":"mirroring/config/session/s2/targetIntf/Ethernet6"})",
       R"({"op":"del","path":"ip/vrf/status/global/vrf/red"})",
   };
   // A dump after every line, so that every state on the way is compared, not only the last.
@@ -493,19 +495,30 @@ TEST_F(MirroringScenario, ARestartAnywhereInTheStreamChangesNothingThatFollows) 
   ASSERT_EQ(plain.dumps.size(), stream.size() + 1);
 
   // The stream does what it says, so that the comparisons below compare something.
+  auto statusAfter = [&](std::size_t line, const std::string& session, const std::string& field,
+                         const std::string& intf) {
+    return plain.dumps[line - 1][kStatus]["sessionStatus"][session][field][intf];
+  };
+  EXPECT_EQ(statusAfter(2, "s2", "srcOperStatus", "Ethernet1"), inactive("Source Conflict"));
+  EXPECT_EQ(statusAfter(3, "g1", "targetOperStatus", "Gre1"), inactive("VRF red is not configured."));
+  EXPECT_EQ(statusAfter(4, "g1", "targetOperStatus", "Gre1"), kActive);
+  EXPECT_EQ(statusAfter(5, "s1", "targetOperStatus", "Ethernet5"), inactive("Interface Mode Conflict"));
+  EXPECT_EQ(statusAfter(6, "s3", "srcOperStatus", "Ethernet9"), inactive("Member of a source LAG"));
+  EXPECT_EQ(statusAfter(7, "s2", "srcOperStatus", "Ethernet12"), inactive("Member of a source LAG"));
+  EXPECT_FALSE(plain.dumps[7][kStatus]["sessionStatus"].contains("s4")) << "no room for s4";
+  EXPECT_EQ(statusAfter(9, "s1", "targetOperStatus", "Ethernet5"), kActive);
+  EXPECT_EQ(statusAfter(10, "s2", "srcOperStatus", "Ethernet1"), kActive);
+  EXPECT_EQ(statusAfter(10, "s4", "targetOperStatus", "Ethernet6"), inactive("Destination Conflict"));
+  EXPECT_EQ(statusAfter(11, "s3", "srcOperStatus", "Ethernet9"), kActive);
+  EXPECT_EQ(statusAfter(12, "s3", "targetOperStatus", "Ethernet8"), inactive("Multiple ports are not supported"));
+  EXPECT_EQ(statusAfter(13, "s4", "targetOperStatus", "Ethernet6"), kActive);
+  EXPECT_EQ(statusAfter(14, "g1", "targetOperStatus", "Gre1"), inactive("VRF red is not configured."));
   Json end = plain.last();
   EXPECT_THAT(keys(end[kStatus]["sessionStatus"]), ElementsAre("g1", "s2", "s3", "s4"));
-  EXPECT_EQ(end[kStatus]["sessionStatus"]["s2"]["srcOperStatus"]["Ethernet1"], kActive);
-  EXPECT_EQ(end[kStatus]["sessionStatus"]["s2"]["targetOperStatus"]["Ethernet7"],
-            inactive("Multiple ports are not supported"));
-  EXPECT_EQ(end[kStatus]["sessionStatus"]["s3"]["srcOperStatus"]["Ethernet9"], kActive);
-  EXPECT_EQ(end[kStatus]["sessionStatus"]["s4"]["srcOperStatus"]["Ethernet10"], inactive("Member of a source LAG"));
-  EXPECT_EQ(end[kStatus]["sessionStatus"]["g1"]["targetOperStatus"]["Gre1"], inactive("VRF red is not configured."));
-  EXPECT_EQ(plain.dumps[1][kStatus]["sessionStatus"]["s2"]["srcOperStatus"]["Ethernet1"], inactive("Source Conflict"));
-  EXPECT_EQ(plain.dumps[3][kStatus]["sessionStatus"]["g1"]["targetOperStatus"]["Gre1"], kActive);
-  EXPECT_EQ(plain.dumps[4][kStatus]["sessionStatus"]["s1"]["targetOperStatus"]["Ethernet5"],
-            inactive("Interface Mode Conflict"));
-  EXPECT_THAT(keys(end[kHwConfig]["session"]), ElementsAre("s2", "s3", "s4"));
+  EXPECT_THAT(keys(end[kHwConfig]["session"]), ElementsAre("s3", "s4"));
+  EXPECT_EQ(end[kHwConfig]["session"]["s4"]["sessionId"], 0) << "the id s1 freed";
+  EXPECT_EQ(end[kForwardingModel]["forwardingModelInput"],
+            (Json{{"Ethernet6", kQuietDataLink}, {"Port-Channel2", kQuietDataLink}}));
 
   for (std::size_t at = 0; at <= stream.size(); ++at) {
     const Outcome restarted = runScenario(state, withDumps(at));

@@ -106,8 +106,11 @@ ConfigSm::ConfigSm(Ptr<const Config> mirroringConfig, Ptr<Status> mirroringStatu
         phyIntf_.erase(it);
         gone->handleDel();
       }
-      if (auto entry = lagConfig_->phyIntf.get(i)) phyIntf_[i] = std::make_unique<PhyIntfReactor>(this, entry);
+      auto entry = lagConfig_->phyIntf.get(i);
+      if (entry) phyIntf_[i] = std::make_unique<PhyIntfReactor>(this, entry);
       handleLagPhyIntf(i);
+      // A port that joins a LAG is judged again wherever it is used, as when its LAG changes.
+      if (entry) phyIntf_[i]->reviewIntfs();
     });
   }
   if (allVrfStatus_) {
@@ -574,6 +577,12 @@ void ConfigSm::handleDestDeactivation(const std::string& sessionName, const std:
 void ConfigSm::maybeUpdateSrcLagMemberState(const std::string& intfName) {
   PLATFORM_ASSERT(initialized());
   TRACE(1, *this, "::maybeUpdateSrcLagMemberState", "( ", intfName, " )");
+  // A Port-Channel that starts or stops being a source changes what its members may be.
+  if (platform::IntfId(intfName).isPortChannel() && lagConfig_) {
+    for (const auto& member : lagConfig_->phyIntf.keys()) {
+      if (lagConfig_->phyIntf.get(member)->lag().name() == intfName) reviewSourceIntfs(*this, member);
+    }
+  }
   const platform::IntfId lag = lagOf(intfName);
   if (lag.empty() || !lagIntfStatusDir_ || !lagIntfStatusDir_->intfStatus.contains(lag)) {
     TRACE(2, "Can't find LagIntfStatus for ", intfName);

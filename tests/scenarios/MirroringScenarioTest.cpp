@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <optional>
-#include <set>
 
 // The shared runner starts mirroringd with the plug-in named TEST_AGENT_PATH: here, the agent.
 #define TEST_AGENT_PATH MIRRORING_PLUGIN_PATH
@@ -110,11 +109,12 @@ std::vector<std::string> segments(const std::string& path) {
 // the value itself when the change names the path, the part of it below the path when the
 // change writes an ancestor, and nothing when the change does not set the path.
 std::optional<Json> valueSetAt(const Json& c, const std::string& path) {
-  if (c["op"] != "set") return std::nullopt;
-  const std::string target = c["path"];
-  if (target == path) return c.contains("value") ? c["value"] : Json(true);
+  if (c.value("op", "") != "set") return std::nullopt;
+  const std::string target = c.value("path", "");
+  const Json v0 = c.contains("value") ? c.at("value") : Json(true);  // a set member has no value
+  if (target == path) return v0;
   if (path.rfind(target + "/", 0) != 0) return std::nullopt;
-  Json v = c["value"];
+  Json v = v0;
   for (const auto& seg : segments(path.substr(target.size() + 1))) {
     if (v.is_object() && v.contains(seg)) {
       v = Json(v[seg]);
@@ -129,25 +129,26 @@ std::optional<Json> valueSetAt(const Json& c, const std::string& path) {
 
 // Whether change `c` erases `path`, itself or with an ancestor.
 bool erases(const Json& c, const std::string& path) {
-  if (c["op"] != "del") return false;
-  const std::string target = c["path"];
+  if (c.value("op", "") != "del") return false;
+  const std::string target = c.value("path", "");
   return target == path || path.rfind(target + "/", 0) == 0;
 }
 
 constexpr std::ptrdiff_t kNever = -1;
 
-// The position of the first change at or after `from` that sets `path` (to `value`, if given).
+// The position of the first change that sets `path` (to `value`, if given), or kNever.
 std::ptrdiff_t firstSet(const std::vector<Json>& out, const std::string& path,
-                        const std::optional<Json>& value = std::nullopt, std::size_t from = 0) {
-  for (std::size_t i = from; i < out.size(); ++i) {
+                        const std::optional<Json>& value = std::nullopt) {
+  for (std::size_t i = 0; i < out.size(); ++i) {
     auto v = valueSetAt(out[i], path);
     if (v && (!value || *v == *value)) return std::ptrdiff_t(i);
   }
   return kNever;
 }
 
-std::ptrdiff_t firstDel(const std::vector<Json>& out, const std::string& path, std::size_t from = 0) {
-  for (std::size_t i = from; i < out.size(); ++i) {
+// The position of the first change that erases `path`, or kNever.
+std::ptrdiff_t firstDel(const std::vector<Json>& out, const std::string& path) {
+  for (std::size_t i = 0; i < out.size(); ++i) {
     if (erases(out[i], path)) return std::ptrdiff_t(i);
   }
   return kNever;
@@ -155,7 +156,7 @@ std::ptrdiff_t firstDel(const std::vector<Json>& out, const std::string& path, s
 
 std::size_t count(const std::vector<Json>& out, const std::string& op, const std::string& path) {
   return std::size_t(std::count_if(out.begin(), out.end(), [&](const Json& c) {
-    return c["op"] == op && c["path"] == path;
+    return c.value("op", "") == op && c.value("path", "") == path;
   }));
 }
 
@@ -256,19 +257,20 @@ TEST_F(MirroringScenario, AddingASessionProgramsItAndDeletingItReversesEverythin
   EXPECT_EQ(count(o.out, "set", fm), 1u) << "the forwarding model is written once";
 
   // Deleting: the hardware copy goes, then the status record; the forwarding model goes after
-  // the destination's active status did, and nothing of s1 is written again.
+  // the destination's active status did, and nothing is set anew.
   auto hwGone = firstDel(o.out, hwPath);
   auto destGone = firstDel(o.out, st + "/targetOperStatus/Ethernet5");
   auto recordGone = firstDel(o.out, st);
   auto fmGone = firstDel(o.out, fm);
   ASSERT_NE(hwGone, kNever);
+  ASSERT_NE(destGone, kNever);
   ASSERT_NE(recordGone, kNever);
   ASSERT_NE(fmGone, kNever);
   EXPECT_GT(hwGone, fmSet);
   EXPECT_LT(hwGone, recordGone);
   EXPECT_LT(destGone, fmGone);
   for (std::size_t i = std::size_t(hwGone); i < o.out.size(); ++i) {
-    EXPECT_NE(o.out[i]["op"], "set") << o.out[i].dump();
+    EXPECT_EQ(o.out[i].value("op", ""), "del") << o.out[i].dump();
   }
   EXPECT_THAT(o.syslog, IsEmpty());
 }
@@ -321,7 +323,8 @@ TEST_F(MirroringScenario, GreSessionsShareTheirKeysTunnelInterfaceUntilTheLastOn
 
 // What an earlier run of the agent left: session "kept" (still configured) programmed with id
 // 3 and a source it no longer has, session "gone" (no longer configured) with id 2, a GRE
-// tunnel no session uses, and the forwarding models of both sessions' destinations.
+// tunnel no session uses, the forwarding models of both sessions' destinations, and one of a
+// destination no status names any more.
 Json leftovers(Json state) {
   state["mirroring/config"]["session"]["kept"] = session({{"Ethernet1", "rx"}}, {"Ethernet5"});
   state["mirroring/config"]["session"]["other"] = session({{"Ethernet2", "rx"}}, {"Ethernet6"});
@@ -350,7 +353,8 @@ Json leftovers(Json state) {
                 {"destIntf", "Ethernet7"},
                 {"sessionId", 2}};
   state[kHwConfig]["session"] = hw;
-  state[kForwardingModel]["forwardingModelInput"] = {{"Ethernet5", kQuietDataLink}, {"Ethernet7", kQuietDataLink}};
+  state[kForwardingModel]["forwardingModelInput"] = {
+      {"Ethernet5", kQuietDataLink}, {"Ethernet7", kQuietDataLink}, {"Ethernet11", kQuietDataLink}};
   return state;
 }
 
@@ -384,6 +388,7 @@ TEST_F(MirroringScenario, StartUpKeepsWhatIsStillConfiguredWithItsIdAndSweepsThe
   for (const char* p : {"mirroring/status/sessionStatus/gone", "mirroring/hwconfig/session/gone",
                         "mirroring/status/greTunnelKey/Gre5",
                         "interface/input/forwardingmodel/mirroring/forwardingModelInput/Ethernet7",
+                        "interface/input/forwardingmodel/mirroring/forwardingModelInput/Ethernet11",
                         "mirroring/status/sessionStatus/kept/srcOperStatus/Ethernet9",
                         "mirroring/hwconfig/session/kept/srcIntf/Ethernet9"}) {
     EXPECT_EQ(count(o.out, "del", p), 1u) << p;
@@ -411,7 +416,7 @@ TEST_F(MirroringScenario, ARestartOverUnchangedInputsWritesNothing) {
   std::vector<std::string> withRestarts = work;
   withRestarts.insert(withRestarts.end(), {kRestart, kRestart});
   Outcome restarted = runScenario(state, withRestarts);
-  EXPECT_EQ(restarted.out, plain.out) << "the restarts added writes";
+  EXPECT_TRUE(restarted.out == plain.out) << "the restarts wrote: " << firstDifference(plain.out, restarted.out);
   EXPECT_EQ(restarted.last(), plain.last());
   // Each new agent refuses "waiting" again, and raises nothing else.
   ASSERT_EQ(plain.syslog.size(), 1u);
@@ -446,8 +451,10 @@ TEST_F(MirroringScenario, SessionsBeyondTheLimitAreRefusedWithSyslogAndAdmittedW
   EXPECT_EQ(admitted[kHwConfig]["session"]["s3"]["targetIntf"], Json::array({"Ethernet7"}));
   EXPECT_EQ(admitted[kForwardingModel]["forwardingModelInput"],
             (Json{{"Ethernet5", kQuietDataLink}, {"Ethernet7", kQuietDataLink}}));
-  // The room went to s3 before anything else: s3's status comes after s2's is gone.
-  EXPECT_LT(firstDel(o.out, "mirroring/status/sessionStatus/s2"), firstSet(o.out, "mirroring/status/sessionStatus/s3"));
+  // s3's status is made only once s2's is gone.
+  auto s2Gone = firstDel(o.out, "mirroring/status/sessionStatus/s2");
+  ASSERT_NE(s2Gone, kNever);
+  EXPECT_LT(s2Gone, firstSet(o.out, "mirroring/status/sessionStatus/s3"));
 
   // A session added while the room is taken is refused in turn.
   EXPECT_THAT(keys(o.last()[kStatus]["sessionStatus"]), ElementsAre("s1", "s3"));
@@ -468,9 +475,9 @@ TEST_F(MirroringScenario, SessionsBeyondTheLimitAreRefusedWithSyslogAndAdmittedW
 // has none (no active destination) is numbered afresh by the new agent, in configuration
 // order, and its device name ("mirror<id>") follows. Those names are left out of comparisons.
 Json withoutUnprogrammedIds(Json dump) {
-  Json& statuses = dump[kStatus]["sessionStatus"];
-  for (auto& [name, status] : statuses.items()) {
-    if (!dump[kHwConfig]["session"].contains(name)) status.erase("mirrorDeviceName");
+  const Json programmed = dump[kHwConfig]["session"];
+  for (auto& [name, status] : dump[kStatus]["sessionStatus"].items()) {
+    if (!programmed.contains(name)) status.erase("mirrorDeviceName");
   }
   return dump;
 }
@@ -550,6 +557,79 @@ TEST_F(MirroringScenario, ARestartAnywhereInTheStreamEndsInTheSameStates) {
                                       << Json::diff(expected, actual).dump();
     }
   }
+}
+
+// --- the example ---------------------------------------------------------------------------
+
+// examples/switch, as its README tells it: every line accepted, the refusals, a restart that
+// writes nothing, and nothing left at the end.
+TEST_F(MirroringScenario, TheExampleSwitchRunsAsItsReadmeTells) {
+  const fs::path example = fs::path(SOURCE_DIR) / "examples" / "switch";
+  const Json state = Json::parse(readFile(example / "state.json"));
+  std::vector<std::string> stream;
+  for (const auto& line : lines(readFile(example / "changes.jsonl"))) {
+    if (line.find_first_not_of(" \t") == std::string::npos || line.front() == '#') continue;
+    if (line.find(R"("op":"view")") != std::string::npos) continue;  // the view is for people
+    stream.push_back(line);
+  }
+  Outcome o = runScenario(state, stream);
+  std::vector<std::string> refused;
+  for (const auto& line : o.syslog) refused.push_back(line.value("text", ""));
+  auto message = [](const std::string& s) {
+    return "Insufficient hardware resources to allocate mirror session " + s +
+           ". The current limit on the number of mirror sessions is 4.";
+  };
+  EXPECT_THAT(refused, ElementsAre(message("e-backup"), message("e-backup"), message("f-cpu")));
+  EXPECT_EQ(o.last()[kStatus]["sessionStatus"], Json::object());
+  EXPECT_EQ(o.last()[kStatus]["greTunnelKey"], Json::object());
+  EXPECT_EQ(o.last()[kHwConfig]["session"], Json::object());
+  EXPECT_EQ(o.last()[kForwardingModel]["forwardingModelInput"], Json::object());
+
+  auto restart = std::find(stream.begin(), stream.end(), kRestart);
+  ASSERT_NE(restart, stream.end());
+  Outcome upTo = runScenario(state, std::vector<std::string>(stream.begin(), restart + 1));
+  Outcome before = runScenario(state, std::vector<std::string>(stream.begin(), restart));
+  EXPECT_FALSE(before.out.empty());
+  EXPECT_TRUE(upTo.out == before.out) << firstDifference(before.out, upTo.out);
+}
+
+// --- known gaps of the agent -----------------------------------------------------------------
+// The cases below end differently with and without a restart. They are disabled until the
+// agent handles them (run with --gtest_also_run_disabled_tests).
+
+TEST_F(MirroringScenario, MembersFollowTheirPortChannelBeingUsedAsASourceElsewhere) {
+  Json state = switchState(8);
+  state["lag/config"]["phyIntf"]["Ethernet3"] = {{"lag", "Port-Channel2"}};
+  state["lag/config"]["phyIntf"]["Ethernet4"] = {{"lag", "Port-Channel1"}};
+  state["mirroring/config"]["session"]["a"] = session({{"Port-Channel1", "rx"}}, {"Ethernet5"});
+  state["mirroring/config"]["session"]["b1"] = session({{"Ethernet2", "rx"}}, {"Ethernet6"});
+  state["mirroring/config"]["session"]["b2"] = session({{"Ethernet3", "rx"}}, {"Ethernet7"});
+  state["mirroring/config"]["session"]["b3"] = session({{"Ethernet4", "rx"}}, {"Ethernet9"});
+  Outcome o = runScenario(
+      state, {// Ethernet2 joins Port-Channel1, a source of a, by a new membership entry.
+              R"({"op":"set","path":"lag/config/phyIntf/Ethernet2","value":{"lag":"Port-Channel1"}})", kDump,
+              // Port-Channel2, which Ethernet3 is a member of, becomes a source.
+              addSession("c", session({{"Port-Channel2", "rx"}}, {"Ethernet8"})), kDump,
+              // Port-Channel1 stops being a source.
+              delSession("a")});
+  ASSERT_EQ(o.dumps.size(), 3u);
+  ASSERT_EQ(o.dumps[0][kStatus]["sessionStatus"]["b3"]["srcOperStatus"]["Ethernet4"], inactive("Member of a source LAG"));
+  EXPECT_EQ(o.dumps[0][kStatus]["sessionStatus"]["b1"]["srcOperStatus"]["Ethernet2"], inactive("Member of a source LAG"));
+  EXPECT_EQ(o.dumps[1][kStatus]["sessionStatus"]["b2"]["srcOperStatus"]["Ethernet3"], inactive("Member of a source LAG"));
+  EXPECT_EQ(o.dumps[2][kStatus]["sessionStatus"]["b3"]["srcOperStatus"]["Ethernet4"], kActive);
+}
+
+TEST_F(MirroringScenario, DISABLED_ARestartKeepsTheOneDestinationThatWonWithoutTouchingTheOther) {
+  // Hardware with one destination per session; Ethernet5 sorts before the destination that
+  // won, Ethernet7.
+  Json state = switchState(4);
+  state["mirroring/config"]["session"]["s"] = session({{"Ethernet1", "rx"}}, {"Ethernet7"});
+  const std::string second = R"({"op":"set","path":"mirroring/config/session/s/targetIntf/Ethernet5"})";
+  Outcome plain = runScenario(state, {second});
+  ASSERT_EQ(plain.last()[kStatus]["sessionStatus"]["s"]["targetOperStatus"]["Ethernet5"],
+            inactive("Multiple ports are not supported"));
+  Outcome restarted = runScenario(state, {second, kRestart});
+  EXPECT_TRUE(restarted.out == plain.out) << firstDifference(plain.out, restarted.out);
 }
 
 }  // namespace

@@ -43,6 +43,37 @@ Ptr<Mirroring::ConfigSm> AgentCreator::configSmIs(
 
 void AgentCreator::configSmDel() { configSm_ = nullptr; }
 
+Ptr<TapAgg::ConfigSm> AgentCreator::tapAggConfigSmIs(
+    Ptr<const TapAgg::CliConfig> cliConfig, Ptr<TapAgg::HwConfig> hwConfig,
+    Ptr<const Bridging::SwitchIntfConfigDir> switchIntfConfigDir, Ptr<const Bridging::Config> bridgingConfig,
+    const platform::Clock* clock, Ptr<const Interface::EthIntfStatusDir> ethIntfStatusDir, Ptr<TapAgg::Status> status,
+    Ptr<const Mirroring::Status> mirroringStatus, Ptr<Errdisable::CauseStatus> errdisableCauseStatus,
+    Ptr<const Interface::VlanIntfStatusDir> vlanIntfStatusDir,
+    Ptr<const Interface::EthLagIntfStatusDir> ethLagIntfStatusDir, Ptr<const Lag::Config> lagConfig,
+    Ptr<EthIntf::PortModeConfig> portModeConfig,
+    Ptr<const Interface::IntfForwardingModelInputDir> intfForwardingModelInputDir,
+    Ptr<const platform::Dir> sliceHwStatusDir) {
+  const auto& sm = tapAggConfigSm_;
+  if (sm && sm->cliConfig() == cliConfig && sm->hwConfig() == hwConfig &&
+      sm->switchIntfConfigDir() == switchIntfConfigDir && sm->bridgingConfig() == bridgingConfig &&
+      sm->clock() == clock && sm->ethIntfStatusDir() == ethIntfStatusDir && sm->status() == status &&
+      sm->mirroringStatus() == mirroringStatus && sm->errdisableCauseStatus() == errdisableCauseStatus &&
+      sm->vlanIntfStatusDir() == vlanIntfStatusDir && sm->ethLagIntfStatusDir() == ethLagIntfStatusDir &&
+      sm->lagConfig() == lagConfig && sm->portModeConfig() == portModeConfig &&
+      sm->intfForwardingModelInputDir() == intfForwardingModelInputDir &&
+      sm->sliceHwStatusDir() == sliceHwStatusDir) {
+    return tapAggConfigSm_;
+  }
+  tapAggConfigSmDel();
+  tapAggConfigSm_ = platform::make<TapAgg::ConfigSm>(
+      std::move(cliConfig), std::move(hwConfig), std::move(switchIntfConfigDir), std::move(bridgingConfig), clock,
+      std::move(ethIntfStatusDir), std::move(status), std::move(mirroringStatus), std::move(errdisableCauseStatus),
+      std::move(vlanIntfStatusDir), std::move(ethLagIntfStatusDir), std::move(lagConfig), std::move(portModeConfig),
+      std::move(intfForwardingModelInputDir), std::move(sliceHwStatusDir));
+  tapAggConfigSm_->handleInitialized();
+  return tapAggConfigSm_;
+}
+
 void AgentCreator::tapAggConfigSmDel() { tapAggConfigSm_ = nullptr; }
 
 // --- Root ------------------------------------------------------------------------------------
@@ -193,12 +224,10 @@ void Agent::doMountsComplete(platform::MountStatus status, platform::EntityManag
 
   clock_ = &em->clock();
 
-  // TODO(tap aggregation): create TapAgg::ConfigSm here, once it exists, as
-  //   creator->tapAggConfigSmIs(cliConfig_, hwConfig_, switchIntfConfigDir_, bridgingConfig_, *clock_,
-  //                             ethIntfStatusDir_, tapAggStatus_, Ptr<const Mirroring::Status>(mirroringStatus_),
-  //                             tapAggCause_, vlanIntfStatusDir_, lagIntfStatusDir_, lagConfig_, stpPortConfig_,
-  //                             lagForwardingModelInputDir_, fcxHwStatusDir_);
-  // It must come after the boot stage above. Until then `tapAggConfigSm` stays null.
+  creator->tapAggConfigSmIs(cliConfig_, hwConfig_, switchIntfConfigDir_, bridgingConfig_, clock_, ethIntfStatusDir_,
+                            tapAggStatus_, Ptr<const Mirroring::Status>(mirroringStatus_), tapAggCause_,
+                            vlanIntfStatusDir_, lagIntfStatusDir_, lagConfig_, stpPortConfig_,
+                            lagForwardingModelInputDir_, fcxHwStatusDir_);
 }
 
 Ptr<Root> Agent::rootIs(const std::string& name) {

@@ -25,6 +25,7 @@
 #include "Mirroring/MirroringModel.h"
 #include "Mirroring/MirroringSm.h"
 #include "Mirroring/TapAggModel.h"
+#include "Mirroring/TapAggSm.h"
 #include "platform/AclConfigAggregatorSm.h"
 #include "platform/AclTypes.h"
 #include "platform/Agent.h"
@@ -63,14 +64,22 @@ class AgentCreator : public platform::RefCounted {
       Ptr<const Interface::AllEthPhyIntfStatusDir> allEthPhyIntfStatusDir);
   void configSmDel();
 
-  // Tap aggregation's configuration manager. Until TapAgg::ConfigSm exists this stays null;
-  // `Agent::doMountsComplete` marks the place where it is to be created.
-  const Ptr<platform::RefCounted>& tapAggConfigSm() const { return tapAggConfigSm_; }
+  const Ptr<TapAgg::ConfigSm>& tapAggConfigSm() const { return tapAggConfigSm_; }
+  Ptr<TapAgg::ConfigSm> tapAggConfigSmIs(
+      Ptr<const TapAgg::CliConfig> cliConfig, Ptr<TapAgg::HwConfig> hwConfig,
+      Ptr<const Bridging::SwitchIntfConfigDir> switchIntfConfigDir, Ptr<const Bridging::Config> bridgingConfig,
+      const platform::Clock* clock, Ptr<const Interface::EthIntfStatusDir> ethIntfStatusDir,
+      Ptr<TapAgg::Status> status, Ptr<const Mirroring::Status> mirroringStatus,
+      Ptr<Errdisable::CauseStatus> errdisableCauseStatus, Ptr<const Interface::VlanIntfStatusDir> vlanIntfStatusDir,
+      Ptr<const Interface::EthLagIntfStatusDir> ethLagIntfStatusDir, Ptr<const Lag::Config> lagConfig,
+      Ptr<EthIntf::PortModeConfig> portModeConfig,
+      Ptr<const Interface::IntfForwardingModelInputDir> intfForwardingModelInputDir,
+      Ptr<const platform::Dir> sliceHwStatusDir);
   void tapAggConfigSmDel();
 
  private:
   Ptr<Mirroring::ConfigSm> configSm_;
-  Ptr<platform::RefCounted> tapAggConfigSm_;
+  Ptr<TapAgg::ConfigSm> tapAggConfigSm_;
 };
 
 // The agent's root: its name and the creator of its state machines.

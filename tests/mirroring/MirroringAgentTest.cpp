@@ -202,7 +202,21 @@ TEST_F(MirroringAgentTest, MountsCompleteWiresTheStateMachinesAndDeclaresTheBoot
   EXPECT_EQ(mirroring().root()->name(), "Mirroring");
   Ptr<MA::AgentCreator> creator = mirroring().root()->agent();
   ASSERT_TRUE(creator);
-  EXPECT_FALSE(creator->tapAggConfigSm());
+  // Tap aggregation gets its inputs, each from its own place, and has started up.
+  Ptr<TapAgg::ConfigSm> tapAgg = creator->tapAggConfigSm();
+  ASSERT_TRUE(tapAgg);
+  EXPECT_TRUE(tapAgg->initialized());
+  EXPECT_TRUE(tapAgg->sliceModeUpdateSm());
+  EXPECT_TRUE(tapAgg->errDisableSm());
+  EXPECT_EQ(tapAgg->hwConfig(), root<TapAgg::HwConfig>("tapagg/hwconfig"));
+  EXPECT_EQ(tapAgg->status(), root<TapAgg::Status>("tapagg/status"));
+  EXPECT_EQ(tapAgg->mirroringStatus(), root<Mirroring::Status>("mirroring/status"));
+  EXPECT_EQ(tapAgg->errdisableCauseStatus(), root<Errdisable::CauseStatus>("interface/errdisable/cause/tapagg"));
+  EXPECT_EQ(tapAgg->intfForwardingModelInputDir(),
+            root<Interface::IntfForwardingModelInputDir>("interface/input/forwardingmodel/lag"));
+  EXPECT_EQ(tapAgg->portModeConfig(), root<EthIntf::PortModeConfig>("stp/portMode/tapagg"));
+  EXPECT_EQ(tapAgg->sliceHwStatusDir(), root<platform::Dir>("hardware/fcx/slice/status"));
+  EXPECT_EQ(tapAgg->ethIntfStatusDir(), eth);
   Ptr<Mirroring::ConfigSm> configSm = creator->configSm();
   ASSERT_TRUE(configSm);
   EXPECT_TRUE(configSm->initialized());
@@ -244,6 +258,7 @@ TEST_F(MirroringAgentTest, MountsCompleteWiresTheStateMachinesAndDeclaresTheBoot
   EXPECT_EQ(mirroring().root(), agentRoot);
   EXPECT_EQ(mirroring().root()->agent(), creator);
   EXPECT_EQ(creator->configSm(), configSm);
+  EXPECT_EQ(creator->tapAggConfigSm(), tapAgg);
   EXPECT_EQ(mirroring().aclConfigAggregatorSm(), aggregator);
   EXPECT_EQ(mirroring().bootStagesHelper(), helper);
   EXPECT_EQ(mirroring().aclConfig(), configSm->aclConfig());

@@ -1,0 +1,331 @@
+// Error-disabling the interfaces whose switchport mode conflicts with the tap-aggregation mode.
+//
+// Exclusive mode: every ordinary switch port and every VLAN interface conflicts. Off: every tap
+// or tool port conflicts. Mixed: a linecard with a tap-aggregation slice profile ("Linecard<n>")
+// behaves as exclusive, one without as off. The exemption list spares a port, except a LAG
+// member, which always follows its LAG.
+#include "Mirroring/TapAggSm.h"
+#include "platform/Assert.h"
+
+namespace TapAgg {
+
+// Follows one interface's switchport mode.
+struct ErrDisableSm::SwitchIntfReactor {
+  SwitchIntfReactor(Ptr<const Bridging::SwitchIntfConfig> c, ErrDisableSm* s)
+      : intfId(c->intfId()), config(std::move(c)), sm(s) {
+    reactor.on(config->switchportMode, [this] {
+      if (initialized) handleSwitchportMode();
+    });
+  }
+  void handleSwitchportMode() { sm->doUpdateErrDisableCauseStatus(intfId); }
+  void handleInitialized() {
+    initialized = true;
+    handleSwitchportMode();
+  }
+  // The switchport configuration is gone: nothing conflicts any more.
+  void prepareToDie() {
+    reactor.detachAll();
+    if (sm->causeStatus_->intfStatus.contains(intfId)) sm->causeStatus_->intfStatusDel(intfId);
+    initialized = false;
+  }
+
+  platform::IntfId intfId;
+  Ptr<const Bridging::SwitchIntfConfig> config;
+  ErrDisableSm* sm;
+  platform::Reactor reactor;
+  bool initialized = false;
+};
+
+// Follows one physical port's LAG membership.
+struct ErrDisableSm::PhyIntfReactor {
+  PhyIntfReactor(Ptr<const Lag::EthPhyIntfLagConfig> c, ErrDisableSm* s)
+      : intfId(c->intfId()), config(std::move(c)), sm(s) {
+    reactor.on(config->lag, [this] {
+      if (initialized) handleLag();
+    });
+  }
+  void handleLag() { sm->doUpdateErrDisableCauseStatus(intfId); }
+  void handleInitialized() {
+    initialized = true;
+    handleLag();
+  }
+  // The port is judged once more as it leaves.
+  void prepareToDie() {
+    reactor.detachAll();
+    handleLag();
+    initialized = false;
+  }
+
+  platform::IntfId intfId;
+  Ptr<const Lag::EthPhyIntfLagConfig> config;
+  ErrDisableSm* sm;
+  platform::Reactor reactor;
+  bool initialized = false;
+};
+
+ErrDisableSm::ErrDisableSm(Ptr<const CliConfig> cliConfig, Ptr<const Bridging::Config> bic,
+                           Ptr<Errdisable::CauseStatus> causeStatus,
+                           Ptr<const Interface::VlanIntfStatusDir> vlanIntfStatusDir,
+                           Ptr<const Interface::EthLagIntfStatusDir> ethLagIntfStatusDir,
+                           Ptr<const Interface::EthIntfStatusDir> ethIntfStatusDir, Ptr<const Lag::Config> lagConfig,
+                           const platform::Clock* clock)
+    : cliConfig_(std::move(cliConfig)),
+      bic_(std::move(bic)),
+      causeStatus_(std::move(causeStatus)),
+      vlanIntfStatusDir_(std::move(vlanIntfStatusDir)),
+      ethLagIntfStatusDir_(std::move(ethLagIntfStatusDir)),
+      ethIntfStatusDir_(std::move(ethIntfStatusDir)),
+      lagConfig_(std::move(lagConfig)),
+      clock_(clock) {
+  PLATFORM_ASSERT(cliConfig_);
+  PLATFORM_ASSERT(causeStatus_);
+  reactor_.on(cliConfig_->mode, [this] { handleMode(); });
+  reactor_.on(cliConfig_->noerrdisableIntf, [this](const platform::IntfId& intf) { handleNoerrdisableIntf(intf); });
+  if (bic_) {
+    reactor_.on(bic_->switchIntfConfig, [this](const platform::IntfId& intf) {
+      if (auto config = bic_->switchIntfConfig.get(intf)) {
+        switchIntfConfigIs(config);
+      } else {
+        switchIntfConfigDel(intf);
+      }
+    });
+    for (const auto& [intf, config] : bic_->switchIntfConfig) {
+      switchIntfConfig_[intf] = std::make_unique<SwitchIntfReactor>(config, this);
+    }
+  }
+  if (lagConfig_) {
+    reactor_.on(lagConfig_->phyIntf, [this](const platform::IntfId& intf) {
+      if (auto config = lagConfig_->phyIntf.get(intf)) {
+        phyIntfIs(config);
+      } else {
+        phyIntfDel(intf);
+      }
+    });
+    for (const auto& [intf, config] : lagConfig_->phyIntf) phyIntf_[intf] = std::make_unique<PhyIntfReactor>(config, this);
+  }
+  if (ethIntfStatusDir_) {
+    reactor_.on(ethIntfStatusDir_->intfStatus, [this](const platform::IntfId& intf) { handleEthIntfStatus(intf); });
+  }
+  if (vlanIntfStatusDir_) {
+    reactor_.on(vlanIntfStatusDir_->intfStatus, [this](const platform::IntfId& intf) { handleVlanIntfStatus(intf); });
+  }
+  handleInitialized();
+}
+
+ErrDisableSm::~ErrDisableSm() {
+  // Going away with the agent: what is error-disabled stays so until the next run judges again.
+  reactor_.detachAll();
+  for (auto& [intf, r] : switchIntfConfig_) r->reactor.detachAll();
+  for (auto& [intf, r] : phyIntf_) r->reactor.detachAll();
+}
+
+void ErrDisableSm::handleInitialized() {
+  PLATFORM_ASSERT(!initialized());
+  initialized_ = true;
+  // An entry left by an earlier run for an interface that nothing here judges any more would
+  // never be cleared: those go before everything is judged again.
+  for (const auto& intf : causeStatus_->intfStatus.keys()) {
+    const bool vlan = vlanIntfStatusDir_ && vlanIntfStatusDir_->intfStatus.contains(intf);
+    if (!vlan && !tracksSwitchIntf(intf) && !tracksPhyIntf(intf)) causeStatus_->intfStatusDel(intf);
+  }
+  for (const auto& intf : keysOf(switchIntfConfig_)) {
+    if (auto it = switchIntfConfig_.find(intf); it != switchIntfConfig_.end()) it->second->handleInitialized();
+  }
+  for (const auto& intf : keysOf(phyIntf_)) {
+    if (auto it = phyIntf_.find(intf); it != phyIntf_.end()) it->second->handleInitialized();
+  }
+  handleEthIntfStatus();
+}
+
+// --- the decision ----------------------------------------------------------------------------
+
+bool ErrDisableSm::errDisableNeeded(const platform::IntfId& intf) const {
+  if (!initialized()) {
+    TRACE(8, intf, " Not initialized. return false");
+    return false;
+  }
+  auto config = bic_ ? bic_->switchIntfConfig.get(intf) : nullptr;
+  if (!config) {
+    TRACE(8, intf, " No switchIntfConfig found: return false");
+    return false;
+  }
+  const Bridging::SwitchportMode switchportMode = config->switchportMode();
+  const bool tapAggPort = isTapAggMode(switchportMode);
+  const bool exempt = cliConfig_->noerrdisableIntf.get(intf, false);
+  bool need = false;
+  switch (cliConfig_->mode()) {
+    case TapAggMode::tapAggModeExclusive:
+      need = !tapAggPort && !exempt;
+      break;
+    case TapAggMode::tapAggModeOff:
+      PLATFORM_ASSERT(!cliConfig()->enabled());
+      need = tapAggPort;
+      break;
+    case TapAggMode::tapAggModeMixed: {
+      if (!intf.isEthernet()) break;
+      const platform::IntfId active = activeIntf(intf);
+      const bool lag = ethLagIntfStatusDir_ && ethLagIntfStatusDir_->intfStatus.contains(active);
+      const bool profiled = cliConfig_->sliceProfileConfig.contains("Linecard" + std::to_string(intf.module()));
+      if (!profiled) {
+        need = lag ? isTapAggLag(active) : tapAggPort && !exempt;
+      } else {
+        need = lag ? !isTapAggLag(active) : !tapAggPort && !exempt;
+      }
+      break;
+    }
+    default:
+      PLATFORM_ASSERT(0 && "unknown mode");
+  }
+  TRACE(8, intf, " switchportMode ", static_cast<unsigned>(switchportMode), " errdisable: ", need);
+  return need;
+}
+
+platform::IntfId ErrDisableSm::activeIntf(const platform::IntfId& intf) const {
+  if (lagConfig_) {
+    if (auto member = lagConfig_->phyIntf.get(intf); member && !member->lag().empty()) return member->lag();
+  }
+  return intf;
+}
+
+bool ErrDisableSm::isTapAggLag(const platform::IntfId& intf) const {
+  auto config = bic_ ? bic_->switchIntfConfig.get(intf) : nullptr;
+  if (!config) {
+    TRACE(8, intf, " No switchIntfConfig found: return false");
+    return false;
+  }
+  return isTapAggMode(config->switchportMode());
+}
+
+void ErrDisableSm::errDisable(const platform::IntfId& intf) {
+  TRACE(8, "Adding intfStatus for ", intf);
+  causeStatus_->intfStatusIs(intf, now());
+}
+
+void ErrDisableSm::release(const platform::IntfId& intf) {
+  TRACE(8, "Removing intfStatus for ", intf);
+  causeStatus_->intfStatusDel(intf);
+}
+
+void ErrDisableSm::doUpdateErrDisableCauseStatus(const platform::IntfId& intf) {
+  TRACE(8, __PRETTY_FUNCTION__, " ", intf);
+  const bool mixed = cliConfig_->mode() == TapAggMode::tapAggModeMixed;
+  const platform::IntfId subject = mixed ? intf : activeIntf(intf);
+  const bool need = errDisableNeeded(subject);
+  TRACE(8, " activeIntf ", subject, " errdisable state ", need);
+  const bool isLag = ethLagIntfStatusDir_ && ethLagIntfStatusDir_->intfStatus.contains(intf);
+  std::vector<platform::IntfId> members;
+  if (isLag && lagConfig_) {
+    for (const auto& [member, config] : lagConfig_->phyIntf) {
+      if (config->lag() == intf && tracksPhyIntf(member)) members.push_back(member);
+    }
+  }
+  if (!need) {
+    release(intf);
+    for (const auto& member : members) {
+      if (mixed && errDisableNeeded(member)) {
+        errDisable(member);
+      } else {
+        release(member);
+      }
+    }
+  } else {
+    errDisable(intf);
+    for (const auto& member : members) errDisable(member);
+  }
+}
+
+// --- handlers --------------------------------------------------------------------------------
+
+void ErrDisableSm::handleMode() {
+  if (!initialized()) return;
+  handleEthIntfStatus();
+  // VLAN interfaces are judged with the Ethernet interfaces when they are listed there; those
+  // that are not are judged here, so that a mode change reaches every VLAN interface.
+  if (vlanIntfStatusDir_) {
+    for (const auto& vlan : vlanIntfStatusDir_->intfStatus.keys()) {
+      if (!ethIntfStatusDir_ || !ethIntfStatusDir_->intfStatus.contains(vlan)) handleVlanIntfStatus(vlan);
+    }
+  }
+}
+
+void ErrDisableSm::handleNoerrdisableIntf(const platform::IntfId& intf) {
+  TRACE(8, __PRETTY_FUNCTION__, " ", intf, " added? ", cliConfig_->noerrdisableIntf.contains(intf));
+  doUpdateErrDisableCauseStatus(intf);
+}
+
+void ErrDisableSm::handleVlanIntfStatus(const platform::IntfId& intf) {
+  if (!initialized()) return;
+  const bool exists = vlanIntfStatusDir_ && vlanIntfStatusDir_->intfStatus.contains(intf);
+  if (exists && cliConfig_->mode() == TapAggMode::tapAggModeExclusive) {
+    TRACE(8, " Err disable vlan ", intf, " in tap-agg mode");
+    causeStatus_->intfStatusIs(intf, now());
+    return;
+  }
+  TRACE(8, " Enable vlan ", intf, " in normal mode");
+  if (causeStatus_->intfStatus.contains(intf)) causeStatus_->intfStatusDel(intf);
+}
+
+void ErrDisableSm::handleEthIntfStatus(const platform::IntfId& intf) {
+  if (!initialized()) return;
+  if (!ethIntfStatusDir_ || !ethIntfStatusDir_->intfStatus.contains(intf)) {
+    TRACE(8, " Intf ", intf, " is deleted - remove from errdisable state");
+    if (causeStatus_->intfStatus.contains(intf)) {
+      TRACE(8, "Removing ", intf, " from errdisable state");
+      causeStatus_->intfStatusDel(intf);
+    }
+    return;
+  }
+  TRACE(8, " Intf ", intf, " is present - errdisable if required");
+  if (vlanIntfStatusDir_ && vlanIntfStatusDir_->intfStatus.contains(intf)) {
+    handleVlanIntfStatus(intf);
+  } else if (auto it = switchIntfConfig_.find(intf); it != switchIntfConfig_.end()) {
+    it->second->handleSwitchportMode();
+  }
+}
+
+void ErrDisableSm::handleEthIntfStatus() {
+  if (!ethIntfStatusDir_) return;
+  for (const auto& intf : ethIntfStatusDir_->intfStatus.keys()) handleEthIntfStatus(intf);
+}
+
+// --- followed entries ------------------------------------------------------------------------
+
+void ErrDisableSm::switchIntfConfigIs(const Ptr<const Bridging::SwitchIntfConfig>& config) {
+  const platform::IntfId intf = config->intfId();
+  if (auto it = switchIntfConfig_.find(intf); it != switchIntfConfig_.end() && it->second->config == config) return;
+  switchIntfConfigDel(intf);
+  auto& r = switchIntfConfig_[intf] = std::make_unique<SwitchIntfReactor>(config, this);
+  if (initialized_) r->handleInitialized();
+}
+
+void ErrDisableSm::switchIntfConfigDel(const platform::IntfId& intf) {
+  auto it = switchIntfConfig_.find(intf);
+  if (it == switchIntfConfig_.end()) return;
+  it->second->prepareToDie();
+  switchIntfConfig_.erase(intf);
+}
+
+void ErrDisableSm::switchIntfConfigDelAll() {
+  for (const auto& intf : keysOf(switchIntfConfig_)) switchIntfConfigDel(intf);
+}
+
+void ErrDisableSm::phyIntfIs(const Ptr<const Lag::EthPhyIntfLagConfig>& config) {
+  const platform::IntfId intf = config->intfId();
+  if (auto it = phyIntf_.find(intf); it != phyIntf_.end() && it->second->config == config) return;
+  phyIntfDel(intf);
+  auto& r = phyIntf_[intf] = std::make_unique<PhyIntfReactor>(config, this);
+  if (initialized_) r->handleInitialized();
+}
+
+void ErrDisableSm::phyIntfDel(const platform::IntfId& intf) {
+  auto it = phyIntf_.find(intf);
+  if (it == phyIntf_.end()) return;
+  it->second->prepareToDie();
+  phyIntf_.erase(intf);
+}
+
+void ErrDisableSm::phyIntfDelAll() {
+  for (const auto& intf : keysOf(phyIntf_)) phyIntfDel(intf);
+}
+
+}  // namespace TapAgg

@@ -1,0 +1,223 @@
+// The followers of link status and of mirroring session status for tap and tool ports.
+#include "Mirroring/TapAggSm.h"
+#include "platform/Assert.h"
+
+namespace TapAgg {
+
+// --- link status -----------------------------------------------------------------------------
+
+EthIntfStatusSm::IntfStatusReactor::IntfStatusReactor(Ptr<const Interface::EthIntfStatus> status, EthIntfStatusSm* sm)
+    : intfId_(status->intfId()), status_(std::move(status)), sm_(sm) {
+  reactor_.on(status_->linkStatus, [this] {
+    if (initialized_) handleLinkStatus();
+  });
+}
+
+void EthIntfStatusSm::IntfStatusReactor::handleInitialized() {
+  initialized_ = true;
+  handleLinkStatus();
+}
+
+void EthIntfStatusSm::IntfStatusReactor::handleLinkStatus() {
+  PLATFORM_ASSERT(initialized());
+  ConfigSm* parent = sm_->parent();
+  const auto& switchIntfConfigSm = parent->switchIntfConfigSm();
+  if (!switchIntfConfigSm || !switchIntfConfigSm->initialized()) {
+    TRACE(8, "switchIntfConfigSm not initialized, return");
+    return;
+  }
+  const Interface::LinkStatus linkStatus = status_->linkStatus();
+  if (linkStatus == Interface::linkUp) {
+    TRACE(8, intfId_, " linkStatus is linkUp");
+    if (auto* reactor = switchIntfConfigSm->switchIntfConfig(intfId_)) {
+      TRACE(8, " calling handleSwitchportMode");
+      reactor->handleSwitchportMode();
+    }
+    return;
+  }
+  TRACE(8, intfId_, " linkStatus is ", static_cast<unsigned>(linkStatus));
+  const PortStatus portStatus = getPortStatus(*parent, intfId_);
+  auto mode = switchIntfConfigSm->switchportMode(intfId_);
+  if (!mode) return;
+  if (isTapMode(*mode)) switchIntfConfigSm->doUpdatePortStatusForTap(portStatus, intfId_);
+  if (isToolMode(*mode)) switchIntfConfigSm->doUpdatePortStatusForTool(portStatus, intfId_);
+}
+
+void EthIntfStatusSm::IntfStatusReactor::prepareToDie() {
+  TRACE(8, __PRETTY_FUNCTION__, " ", intfId_);
+  reactor_.detachAll();
+  const auto& switchIntfConfigSm = sm_->parent()->switchIntfConfigSm();
+  if (initialized_ && switchIntfConfigSm) {
+    auto* reactor = switchIntfConfigSm->switchIntfConfig(intfId_);
+    if (reactor && switchIntfConfigSm->switchIntfCliConfig(intfId_)) {
+      TRACE(8, "Cleaning up");
+      const Bridging::SwitchportMode mode = reactor->config()->switchportMode();
+      if (isTapAggMode(mode)) switchIntfConfigSm->doCleanup(intfId_, mode);
+    }
+  }
+  initialized_ = false;
+}
+
+EthIntfStatusSm::EthIntfStatusSm(Ptr<const Interface::EthIntfStatusDir> ethIntfStatusDir, ConfigSm* parent)
+    : ethIntfStatusDir_(std::move(ethIntfStatusDir)), parent_(parent) {
+  if (ethIntfStatusDir_) {
+    reactor_.on(ethIntfStatusDir_->intfStatus, [this](const platform::IntfId& intf) {
+      if (auto status = ethIntfStatusDir_->intfStatus.get(intf)) {
+        intfStatusIs(status);
+      } else {
+        intfStatusDel(intf);
+      }
+    });
+    for (const auto& [intf, status] : ethIntfStatusDir_->intfStatus) {
+      intfStatus_[intf] = std::make_unique<IntfStatusReactor>(status, this);
+    }
+  }
+  handleInitialized();
+}
+
+EthIntfStatusSm::~EthIntfStatusSm() { reactor_.detachAll(); }
+
+void EthIntfStatusSm::handleInitialized() {
+  PLATFORM_ASSERT(!initialized());
+  PLATFORM_ASSERT(parent());
+  PLATFORM_ASSERT(parent()->switchIntfConfigSm());
+  initialized_ = true;
+  for (const auto& intf : keysOf(intfStatus_)) {
+    if (auto it = intfStatus_.find(intf); it != intfStatus_.end()) it->second->handleInitialized();
+  }
+}
+
+void EthIntfStatusSm::prepareToDie() {
+  reactor_.detachAll();
+  for (auto& [intf, r] : intfStatus_) r->prepareToDie();
+}
+
+void EthIntfStatusSm::intfStatusIs(const Ptr<const Interface::EthIntfStatus>& status) {
+  const platform::IntfId intf = status->intfId();
+  intfStatusDel(intf);
+  auto& r = intfStatus_[intf] = std::make_unique<IntfStatusReactor>(status, this);
+  if (initialized_) r->handleInitialized();
+}
+
+void EthIntfStatusSm::intfStatusDel(const platform::IntfId& intf) {
+  auto it = intfStatus_.find(intf);
+  if (it == intfStatus_.end()) return;
+  it->second->prepareToDie();
+  intfStatus_.erase(intf);
+}
+
+void EthIntfStatusSm::intfStatusDelAll() {
+  for (const auto& intf : keysOf(intfStatus_)) intfStatusDel(intf);
+}
+
+// --- mirroring sessions ----------------------------------------------------------------------
+
+MirroringSessionStatusSm::SessionStatusReactor::SessionStatusReactor(Ptr<const Mirroring::SessionStatus> status,
+                                                                     MirroringSessionStatusSm* sm)
+    : status_(std::move(status)), sm_(sm) {
+  reactor_.on(status_->targetOperStatus, [this](const std::string& name) {
+    if (initialized_) handleTargetOperStatus(name);
+  });
+}
+
+void MirroringSessionStatusSm::SessionStatusReactor::handleInitialized() {
+  if (!sm_->initialized()) return;
+  initialized_ = true;
+  handleTargetOperStatus();
+}
+
+void MirroringSessionStatusSm::SessionStatusReactor::handleTargetOperStatus() {
+  for (const auto& name : status_->targetOperStatus.keys()) handleTargetOperStatus(name);
+}
+
+void MirroringSessionStatusSm::SessionStatusReactor::handleTargetOperStatus(const std::string& name) {
+  TRACE(8, __PRETTY_FUNCTION__, " ", status_->name(), " ", name);
+  PLATFORM_ASSERT(initialized());
+  const Mirroring::OperStatus* target = status_->targetOperStatus.find(name);
+  const platform::IntfId intf(name);
+  ConfigSm* parent = sm_->parent();
+  const PortStatus portStatus = getPortStatus(*parent, intf);
+  const auto& switchIntfConfigSm = parent->switchIntfConfigSm();
+  if (!switchIntfConfigSm) return;
+  if (targetIsMirrorDestination(*parent, intf, target && target->isActive())) {
+    TRACE(8, "is mirror destination- update status and hwConfig");
+    const auto& hwConfig = parent->hwConfig();
+    if (hwConfig->tapPort.contains(intf)) {
+      hwConfig->tapPortDel(intf);
+      switchIntfConfigSm->doUpdatePortStatusForTap(portStatus, intf);
+    }
+    if (hwConfig->toolPort.contains(intf)) {
+      hwConfig->toolPortDel(intf);
+      switchIntfConfigSm->doUpdatePortStatusForTool(portStatus, intf);
+    }
+    return;
+  }
+  if (auto* reactor = switchIntfConfigSm->switchIntfConfig(intf)) {
+    TRACE(8, "is not mirror destination- update status and hwConfig");
+    reactor->handleSwitchportMode();
+  }
+}
+
+void MirroringSessionStatusSm::SessionStatusReactor::prepareToDie() {
+  reactor_.detachAll();
+  initialized_ = false;
+}
+
+MirroringSessionStatusSm::MirroringSessionStatusSm(Ptr<const Mirroring::Status> mirroringStatus, ConfigSm* parent)
+    : mirroringStatus_(std::move(mirroringStatus)), parent_(parent) {
+  if (mirroringStatus_) {
+    reactor_.on(mirroringStatus_->sessionStatus, [this](const std::string& name) { sessionStatusIs(name); });
+    for (const auto& [name, status] : mirroringStatus_->sessionStatus) {
+      sessionStatus_[name] = std::make_unique<SessionStatusReactor>(status, this);
+    }
+  }
+  handleInitialized();
+}
+
+MirroringSessionStatusSm::~MirroringSessionStatusSm() { reactor_.detachAll(); }
+
+void MirroringSessionStatusSm::handleInitialized() {
+  TRACE(8, "void TapAgg::MirroringSessionStatusSm::handleInitialized()");
+  PLATFORM_ASSERT(!initialized());
+  PLATFORM_ASSERT(parent());
+  PLATFORM_ASSERT(parent()->switchIntfConfigSm());
+  PLATFORM_ASSERT(parent()->ethIntfStatusSm());
+  initialized_ = true;
+  for (const auto& name : keysOf(sessionStatus_)) {
+    if (auto it = sessionStatus_.find(name); it != sessionStatus_.end()) it->second->handleInitialized();
+  }
+}
+
+// A session status that appears gets a reactor; one that goes takes its targets with it, so
+// the ports it held as destinations are judged again without it.
+void MirroringSessionStatusSm::sessionStatusIs(const std::string& name) {
+  auto status = mirroringStatus_->sessionStatus.get(name);
+  auto it = sessionStatus_.find(name);
+  if (it != sessionStatus_.end() && status && it->second->status() == status) return;
+  std::vector<std::string> released;
+  if (it != sessionStatus_.end()) {
+    it->second->prepareToDie();
+    if (!status) {
+      for (const auto& target : it->second->targets()) released.push_back(target);
+    }
+    sessionStatus_.erase(it);
+  }
+  if (status) {
+    auto& r = sessionStatus_[name] = std::make_unique<SessionStatusReactor>(status, this);
+    if (initialized_) r->handleInitialized();
+    return;
+  }
+  const auto& switchIntfConfigSm = parent_->switchIntfConfigSm();
+  if (!switchIntfConfigSm) return;
+  for (const auto& target : released) {
+    if (auto* reactor = switchIntfConfigSm->switchIntfConfig(platform::IntfId(target))) reactor->handleSwitchportMode();
+  }
+}
+
+void MirroringSessionStatusSm::prepareToDie() {
+  TRACE(8, "void TapAgg::MirroringSessionStatusSm::prepareToDie()");
+  reactor_.detachAll();
+  for (auto& [name, r] : sessionStatus_) r->prepareToDie();
+}
+
+}  // namespace TapAgg

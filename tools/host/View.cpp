@@ -279,6 +279,7 @@ bool renderMonitorSessions(const platform::Database& db, std::ostream& out) {
 bool renderTapAggregation(const platform::Database& db, std::ostream& out) {
   auto cli = mountContent(db, "tapagg/cliconfig");
   auto status = mountContent(db, "tapagg/status");
+  auto hwconfig = mountContent(db, "tapagg/hwconfig");
   if (!cli && !status) return false;
   heading(out, "Tap aggregation");
   if (cli) {
@@ -291,8 +292,18 @@ bool renderTapAggregation(const platform::Database& db, std::ostream& out) {
     }
     out << "Mode: " << mode << '\n';
   }
+  const Value* slices = hwconfig ? member(&*hwconfig, "slice") : nullptr;
+  if (!entries(slices).empty()) {
+    std::string line;
+    for (const auto& [slice, on] : entries(slices)) {
+      line += (line.empty() ? "" : ", ") + slice + (on->isBool() && on->asBool() ? " on" : " off");
+    }
+    out << "Slices: " << line << '\n';
+  }
   if (!status) return true;
-  Table ports({"Group", "Port", "Role", "Active", "Reason"});
+  // "Hardware" says whether the port is handed to the hardware: a port down only for its link
+  // stays there while inactive.
+  Table ports({"Group", "Port", "Role", "Active", "Hardware", "Reason"});
   for (const auto& [group, groupStatus] : entries(member(&*status, "group"))) {
     for (const char* role : {"tap", "tool"}) {
       std::string field = std::string(role) + "Port";
@@ -302,8 +313,10 @@ bool renderTapAggregation(const platform::Database& db, std::ostream& out) {
         const Value* port = entry(member(groupStatus, field), intf);
         const Value* active = member(port, "active");
         std::string activeText = active && active->isBool() ? (active->asBool() ? "yes" : "no") : text(active);
+        std::string inHw = "-";
+        if (hwconfig) inHw = entry(member(&*hwconfig, field), intf) ? "yes" : "no";
         const Value* reason = member(port, "reason");
-        ports.addRow({group, intf, role, activeText, reason ? text(reason) : ""});
+        ports.addRow({group, intf, role, activeText, inHw, reason ? text(reason) : ""});
       }
     }
   }

@@ -178,6 +178,21 @@ struct TapAggStatus : platform::EntityOf<TapAggStatus> {
   }
 };
 
+// The hardware side: which ports are handed over (by name; the view reads only the keys) and
+// which slices run tap aggregation.
+struct TapAggHwConfig : platform::EntityOf<TapAggHwConfig> {
+  static constexpr const char* typeName = "ViewTest::TapAggHwConfig";
+  Coll<std::string, bool> tapPort{this};
+  Coll<std::string, bool> toolPort{this};
+  Coll<std::string, bool> slice{this};
+  template <class D>
+  void fields(D& d) {
+    d("tapPort", tapPort);
+    d("toolPort", toolPort);
+    d("slice", slice);
+  }
+};
+
 template <class T>
 Ptr<T> mount(platform::Database& db, const std::string& path) {
   return platform::dynamicPtrCast<T>(db.rootIs<T>(path)->root());
@@ -343,6 +358,12 @@ TEST(View, TapAggregationListsEachGroupsTapAndToolPorts) {
   g1->toolPort.set("Ethernet1", {false, "Mirror destination,"});
   status->group.is("g2")->toolPort.set("Port-Channel3", {true, ""});
   mount<Status>(db, "mirroring/status");
+  // A port down for its link alone stays in hardware; a mirror destination does not.
+  auto hw = mount<TapAggHwConfig>(db, "tapagg/hwconfig");
+  for (const char* intf : {"Ethernet9", "Ethernet10"}) hw->tapPort.set(intf, true);
+  hw->toolPort.set("Port-Channel3", true);
+  hw->slice.set("Linecard4", false);
+  hw->slice.set("Linecard3", true);
 
   EXPECT_EQ(host::renderView(db),
             "Monitor sessions\n"
@@ -352,11 +373,12 @@ TEST(View, TapAggregationListsEachGroupsTapAndToolPorts) {
             "Tap aggregation\n"
             "---------------\n"
             "Mode: exclusive\n"
-            "Group  Port           Role  Active  Reason\n"
-            "g1     Ethernet9      tap   no      Link down,\n"
-            "g1     Ethernet10     tap   yes\n"
-            "g1     Ethernet1      tool  no      Mirror destination,\n"
-            "g2     Port-Channel3  tool  yes\n");
+            "Slices: Linecard3 on, Linecard4 off\n"
+            "Group  Port           Role  Active  Hardware  Reason\n"
+            "g1     Ethernet9      tap   no      yes       Link down,\n"
+            "g1     Ethernet10     tap   yes     yes\n"
+            "g1     Ethernet1      tool  no      no        Mirror destination,\n"
+            "g2     Port-Channel3  tool  yes     yes\n");
 }
 
 }  // namespace

@@ -120,7 +120,14 @@ SliceModeUpdateSm::SliceModeUpdateSm(Ptr<const platform::Dir> sliceHwStatusDir, 
   if (sliceHwStatusDir_) {
     reactor_.on(sliceHwStatusDir_->entry, [this](const std::string& name) { handleSliceHwStatus(name); });
   }
-  if (cliConfig_) reactor_.on(cliConfig_->mode, [this] { handleSliceHwStatus(); });
+  if (cliConfig_) {
+    reactor_.on(cliConfig_->mode, [this] { handleSliceHwStatus(); });
+    // In mixed mode a slice runs tap aggregation while it has a profile: a profile that comes
+    // or goes rewrites its slice at once.
+    reactor_.on(cliConfig_->sliceProfileConfig, [this](const std::string& name) {
+      if (sliceHwStatusDir_ && sliceHwStatusDir_->entry.contains(name)) handleSliceHwStatus(name);
+    });
+  }
   // Slices that already report status at start-up are written at once.
   handleSliceHwStatus();
 }
@@ -218,7 +225,13 @@ void ConfigSm::mark() {
   TRACE(8, "void TapAgg::ConfigSm::mark()");
   for (const auto& intf : hwConfig_->tapPort.keys()) staleTapPortSetIs(intf);
   for (const auto& intf : hwConfig_->toolPort.keys()) staleToolPortSetIs(intf);
-  for (const auto& group : status_->group.keys()) staleGroupSetIs(group);
+  for (const auto& group : status_->group.keys()) {
+    staleGroupSetIs(group);
+    // A port entry of a group that another port confirms would outlive the group sweep.
+    auto groupStatus = status_->group.get(group);
+    for (const auto& intf : groupStatus->tapPort.keys()) staleGroupPort_.insert({group, true, intf});
+    for (const auto& intf : groupStatus->toolPort.keys()) staleGroupPort_.insert({group, false, intf});
+  }
 }
 
 void ConfigSm::sweep() {
@@ -235,6 +248,17 @@ void ConfigSm::sweep() {
     status_->groupDel(group);
     staleGroupSetDel(group);
   }
+  for (const auto& [group, isTap, intf] : staleGroupPort_) {
+    auto groupStatus = status_->group.get(group);
+    if (!groupStatus) continue;
+    if (isTap) {
+      groupStatus->tapPortDel(intf);
+    } else {
+      groupStatus->toolPortDel(intf);
+    }
+    if (groupStatus->tapPort.empty() && groupStatus->toolPort.empty()) status_->groupDel(group);
+  }
+  staleGroupPort_.clear();
 }
 
 void ConfigSm::handleMode() {

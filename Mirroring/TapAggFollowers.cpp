@@ -18,6 +18,20 @@ void EthIntfStatusSm::IntfStatusReactor::handleInitialized() {
   handleLinkStatus();
 }
 
+// A status that appears after the port was built ("Interface status not found,") changes more
+// than the link: the port is judged in full, whatever its link, as it would be at start-up.
+void EthIntfStatusSm::IntfStatusReactor::handleAppeared() {
+  initialized_ = true;
+  const auto& switchIntfConfigSm = sm_->parent()->switchIntfConfigSm();
+  if (switchIntfConfigSm && switchIntfConfigSm->initialized()) {
+    if (auto* reactor = switchIntfConfigSm->switchIntfConfig(intfId_)) {
+      reactor->handleSwitchportMode();
+      return;
+    }
+  }
+  handleLinkStatus();
+}
+
 void EthIntfStatusSm::IntfStatusReactor::handleLinkStatus() {
   PLATFORM_ASSERT(initialized());
   ConfigSm* parent = sm_->parent();
@@ -96,7 +110,7 @@ void EthIntfStatusSm::intfStatusIs(const Ptr<const Interface::EthIntfStatus>& st
   const platform::IntfId intf = status->intfId();
   intfStatusDel(intf);
   auto& r = intfStatus_[intf] = std::make_unique<IntfStatusReactor>(status, this);
-  if (initialized_) r->handleInitialized();
+  if (initialized_) r->handleAppeared();
 }
 
 void EthIntfStatusSm::intfStatusDel(const platform::IntfId& intf) {

@@ -23,6 +23,7 @@
 #include <ostream>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "Mirroring/MirroringModel.h"
@@ -266,6 +267,7 @@ class EthIntfStatusSm : public platform::RefCounted {
    public:
     IntfStatusReactor(Ptr<const Interface::EthIntfStatus> status, EthIntfStatusSm* sm);
     void handleInitialized();
+    void handleAppeared();
     void handleLinkStatus();
     void prepareToDie();
     bool initialized() const { return initialized_; }
@@ -370,6 +372,10 @@ class ConfigSm : public platform::RefCounted {
   void staleGroupSetDel(const std::string& g) { staleGroupSet_.erase(g); }
   bool staleGroupSetHas(const std::string& g) const { return staleGroupSet_.count(g) != 0; }
   void staleGroupSetDelAll() { staleGroupSet_.clear(); }
+  // A port's entry in a group, confirmed when the port's status is written there again.
+  void staleGroupPortDel(const std::string& group, bool isTap, const std::string& intf) {
+    staleGroupPort_.erase({group, isTap, intf});
+  }
 
   // Children.
   Ptr<ErrDisableSm> errDisableSmIs(Ptr<const CliConfig> cliConfig, Ptr<const Bridging::Config> bridgingConfig,
@@ -443,6 +449,7 @@ class ConfigSm : public platform::RefCounted {
   std::set<platform::IntfId> staleTapPortSet_;
   std::set<platform::IntfId> staleToolPortSet_;
   std::set<std::string> staleGroupSet_;
+  std::set<std::tuple<std::string, bool, std::string>> staleGroupPort_;
   Ptr<ErrDisableSm> errDisableSm_;
   Ptr<SwitchIntfConfigSm> switchIntfConfigSm_;
   Ptr<EthIntfStatusSm> ethIntfStatusSm_;

@@ -55,9 +55,10 @@ void SwitchIntfConfigSm::SwitchIntfConfigReactor::handleInitialized() {
 void SwitchIntfConfigSm::SwitchIntfConfigReactor::handleSwitchportModeReactor() {
   handleSwitchportMode();
   if (!toggleMirrorDestinationOnTapToolPortEnabled()) return;
-  // Interfaces this tap port passes on raw may have become (or stopped being) in use.
+  // The interfaces this port passes on raw are in use while it is a tap port: becoming one,
+  // or ceasing to be one, changes whether they may stay mirror destinations.
   auto* cli = sm_->switchIntfCliConfig(intfId_);
-  if (!cli || !isTapMode(config_->switchportMode())) return;
+  if (!cli) return;
   for (const auto& raw : cli->config()->tapRawIntf.keys()) {
     if (auto* rawReactor = sm_->switchIntfConfig(raw)) rawReactor->handleSwitchportMode();
   }
@@ -71,14 +72,19 @@ void SwitchIntfConfigSm::SwitchIntfConfigReactor::handleSwitchportMode() {
     return;
   }
   if (!sm_->switchportMode(intfId_)) return;
-  if (mode <= Bridging::switchportModeRouted) sm_->doCleanup(intfId_, mode);
   const auto& portModeConfig = sm_->parent()->portModeConfig();
   if (isTapAggMode(mode)) {
+    // A tap-aggregation mode cleans exactly the roles it rebuilds, from the same groups, and
+    // the clean-up changes nothing the port status is computed from: the rebuild alone, which
+    // writes only what differs, leaves what clean-up and rebuild would. So the hardware sees
+    // no port vanish and come back, and a restart over unchanged inputs writes nothing.
     if (portModeConfig) portModeConfig->portModeIs(intfId_.name(), EthIntf::portModeTapAgg);
     doUpdatePortStatus();
-  } else if (portModeConfig) {
-    portModeConfig->portModeDel(intfId_.name());
+    sm_->doRemoveInvalidGroups();
+    return;
   }
+  if (mode <= Bridging::switchportModeRouted) sm_->doCleanup(intfId_, mode);
+  if (portModeConfig) portModeConfig->portModeDel(intfId_.name());
 }
 
 void SwitchIntfConfigSm::SwitchIntfConfigReactor::doUpdatePortStatus() {
@@ -207,8 +213,10 @@ void SwitchIntfConfigSm::SwitchIntfCliConfigReactor::handleTapRawIntfStatus(cons
 void SwitchIntfConfigSm::SwitchIntfCliConfigReactor::prepareToDie() {
   reactor_.detachAll();
   if (initialized_) {
-    // Without a switchport record both roles go.
+    // Without a switchport record both roles go; without its groups the interface is no
+    // tap or tool port any more, so its port mode goes too.
     sm_->doCleanup(intfId_, sm_->switchportMode(intfId_).value_or(Bridging::switchportModeAccess));
+    if (const auto& portModeConfig = sm_->parent()->portModeConfig()) portModeConfig->portModeDel(intfId_.name());
   }
   initialized_ = false;
 }
@@ -340,6 +348,7 @@ void SwitchIntfConfigSm::doUpdatePortStatusForGroups(const PortStatus& portStatu
     TRACE(8, " Updating group ", group, isTap ? " with tap port " : " with tool port ", intf);
     auto groupStatus = status_->groupIs(group);
     parent_->staleGroupSetDel(group);
+    parent_->staleGroupPortDel(group, isTap, intf.name());
     if (isTap) {
       groupStatus->tapPortIs(intf.name(), portStatus);
     } else {

@@ -364,10 +364,11 @@ TEST_F(TapAggSwitchIntfTest, GroupsComeWithTheirFirstMemberAndGoWithTheirLast) {
   configSm->switchIntfConfigSm()->doDeletePortStatus("missing", true, IntfId("Ethernet1"));
   EXPECT_THAT(groups(), ElementsAre("h"));
 
-  // The CLI record gone: the port's roles and groups go with it.
+  // The CLI record gone: the port's roles, groups and port mode go with it.
   cliIntfs->switchIntfConfigDel(IntfId("Ethernet1"));
   EXPECT_THAT(hwTapPorts(), IsEmpty());
   EXPECT_THAT(groups(), IsEmpty());
+  EXPECT_FALSE(portMode("Ethernet1"));
   // The switchport record gone: hardware entry and port mode go.
   EXPECT_EQ(portMode("Ethernet2"), EthIntf::portModeTapAgg);
   bridging->switchIntfConfigDel(IntfId("Ethernet2"));
@@ -582,6 +583,10 @@ TEST_F(TapAggSessionStatusTest, ATapToolDestinationStaysUntilATapPortTakesItRaw)
   switchportModeIs("Ethernet1", switchportModeTap);
   EXPECT_THAT(hwToolPorts(), IsEmpty());
   EXPECT_EQ(toolStatus("tools", "Ethernet3"), inactivePort("Mirror destination,"));
+  // ... and ceasing to be one releases them again.
+  switchportModeIs("Ethernet1", switchportModeAccess);
+  EXPECT_THAT(hwToolPorts(), ElementsAre("Ethernet3"));
+  EXPECT_EQ(toolStatus("tools", "Ethernet3"), activePort());
 }
 
 // --- link changes ----------------------------------------------------------------------------
@@ -639,6 +644,13 @@ TEST_F(TapAggLinkTest, LinkChangesRewriteTapAndToolPortsOnly) {
   EXPECT_THAT(hwTapPorts(), ElementsAre("Ethernet1", "Ethernet5"));
   EXPECT_THAT(hwToolPorts(), ElementsAre("Ethernet5"));
   EXPECT_EQ(toolStatus("t", "Ethernet5"), activePort());
+
+  // Back with its link down, it is judged in full as well: down for its link alone, it is
+  // handed to the hardware, as a start-up in this state would do.
+  eth->intfStatusDel(IntfId("Ethernet2"));
+  link("Ethernet2", Interface::linkDown);
+  EXPECT_THAT(hwToolPorts(), ElementsAre("Ethernet2", "Ethernet5"));
+  EXPECT_EQ(toolStatus("t", "Ethernet2"), inactivePort("Link down,"));
 }
 
 // --- slices ----------------------------------------------------------------------------------
@@ -662,6 +674,12 @@ TEST_F(TapAggSliceTest, SlicesFollowTheModeTheProfilesAndTheirStatusEntries) {
   modeIs(kExclusive);
   EXPECT_EQ(written(), (M{{"Gone", true}, {"Linecard3", true}, {"Linecard4", true}}));
   modeIs(kMixed);
+  EXPECT_EQ(written(), (M{{"Gone", true}, {"Linecard3", false}, {"Linecard4", true}}));
+  // A profile that comes or goes rewrites its slice; one for a slice without status writes none.
+  cliConfig->sliceProfileConfig.set("Linecard3", "tapagg");
+  cliConfig->sliceProfileConfig.set("Linecard9", "tapagg");
+  EXPECT_EQ(written(), (M{{"Gone", true}, {"Linecard3", true}, {"Linecard4", true}}));
+  cliConfig->sliceProfileConfig.del("Linecard3");
   EXPECT_EQ(written(), (M{{"Gone", true}, {"Linecard3", false}, {"Linecard4", true}}));
 
   slice("Linecard5");
@@ -704,12 +722,17 @@ TEST_F(TapAggRestartTest, StartUpKeepsWhatIsStillConfiguredAndSweepsTheRest) {
   status->groupIs("tools")->toolPortIs("Ethernet2", inactivePort("Link down,"));
   status->groupIs("old")->tapPortIs("Ethernet8", activePort());
   status->groupIs("gone")->toolPortIs("Ethernet9", activePort());
+  // A port that left "taps" while the agent was down: the group survives, the entry must not.
+  status->groupIs("taps")->tapPortIs("Ethernet9", activePort());
+  status->groupIs("tools")->tapPortIs("Ethernet2", activePort());
 
   start(kExclusive);
   EXPECT_THAT(hwTapPorts(), ElementsAre("Ethernet1"));
   EXPECT_THAT(hwToolPorts(), ElementsAre("Ethernet2"));
   EXPECT_EQ(hwConfig->tapPort.get(IntfId("Ethernet1")).get().get(), cli("Ethernet1").get());
   EXPECT_THAT(groups(), ElementsAre("taps", "tools"));
+  EXPECT_EQ(tapStatus("taps", "Ethernet9"), std::nullopt);
+  EXPECT_EQ(tapStatus("tools", "Ethernet2"), std::nullopt);
   EXPECT_EQ(tapStatus("taps", "Ethernet1"), activePort());
   EXPECT_EQ(tapStatus("taps", "Ethernet3"), inactivePort("Interface status not found,"));
   EXPECT_EQ(toolStatus("tools", "Ethernet2"), activePort());
@@ -743,8 +766,11 @@ TEST_F(TapAggRestartTest, ARestartOverUnchangedInputsEndsInTheSameState) {
   EXPECT_THAT(hwToolPorts(), ElementsAre("Ethernet2", "Ethernet3"));
   EXPECT_THAT(errdisabledIntfs(), UnorderedElementsAre("Ethernet5", "Vlan10"));
 
+  const uint64_t writes = outputWrites();
   start();
   EXPECT_EQ(outputs(), before);
+  // Confirmed in place: no port leaves the hardware and comes back.
+  EXPECT_EQ(outputWrites(), writes);
   EXPECT_THAT(operationalModeTexts(), ElementsAre(kExclusiveText, kExclusiveText));
 }
 

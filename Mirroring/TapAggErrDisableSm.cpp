@@ -135,6 +135,7 @@ void ErrDisableSm::handleInitialized() {
     if (auto it = phyIntf_.find(intf); it != phyIntf_.end()) it->second->handleInitialized();
   }
   handleEthIntfStatus();
+  handleVlanIntfStatus();
 }
 
 // --- the decision ----------------------------------------------------------------------------
@@ -239,12 +240,15 @@ void ErrDisableSm::doUpdateErrDisableCauseStatus(const platform::IntfId& intf) {
 void ErrDisableSm::handleMode() {
   if (!initialized()) return;
   handleEthIntfStatus();
-  // VLAN interfaces are judged with the Ethernet interfaces when they are listed there; those
-  // that are not are judged here, so that a mode change reaches every VLAN interface.
-  if (vlanIntfStatusDir_) {
-    for (const auto& vlan : vlanIntfStatusDir_->intfStatus.keys()) {
-      if (!ethIntfStatusDir_ || !ethIntfStatusDir_->intfStatus.contains(vlan)) handleVlanIntfStatus(vlan);
-    }
+  handleVlanIntfStatus();
+}
+
+// VLAN interfaces are judged with the Ethernet interfaces when they are listed there; those
+// that are not are judged here, so that start-up and every mode change reach each of them.
+void ErrDisableSm::handleVlanIntfStatus() {
+  if (!vlanIntfStatusDir_) return;
+  for (const auto& vlan : vlanIntfStatusDir_->intfStatus.keys()) {
+    if (!ethIntfStatusDir_ || !ethIntfStatusDir_->intfStatus.contains(vlan)) handleVlanIntfStatus(vlan);
   }
 }
 

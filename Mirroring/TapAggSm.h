@@ -122,6 +122,7 @@ class ErrDisableSm : public platform::RefCounted {
   void handleEthIntfStatus(const platform::IntfId& intf);
   void handleEthIntfStatus();
   void handleVlanIntfStatus(const platform::IntfId& intf);
+  void handleVlanIntfStatus();
 
   void switchIntfConfigIs(const Ptr<const Bridging::SwitchIntfConfig>& config);
   void switchIntfConfigDel(const platform::IntfId& intf);

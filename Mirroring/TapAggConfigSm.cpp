@@ -219,6 +219,9 @@ void ConfigSm::mark() {
   for (const auto& intf : hwConfig_->tapPort.keys()) staleTapPortSetIs(intf);
   for (const auto& intf : hwConfig_->toolPort.keys()) staleToolPortSetIs(intf);
   for (const auto& group : status_->group.keys()) staleGroupSetIs(group);
+  if (portModeConfig_) {
+    for (const auto& intfName : portModeConfig_->portMode.keys()) stalePortModeSet_.insert(intfName);
+  }
 }
 
 void ConfigSm::sweep() {
@@ -234,6 +237,10 @@ void ConfigSm::sweep() {
   for (auto groups = staleGroupSet_; const auto& group : groups) {
     status_->groupDel(group);
     staleGroupSetDel(group);
+  }
+  for (auto intfNames = stalePortModeSet_; const auto& intfName : intfNames) {
+    portModeConfig_->portModeDel(intfName);
+    stalePortModeSetDel(intfName);
   }
 }
 

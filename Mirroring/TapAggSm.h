@@ -370,6 +370,9 @@ class ConfigSm : public platform::RefCounted {
   void staleGroupSetDel(const std::string& g) { staleGroupSet_.erase(g); }
   bool staleGroupSetHas(const std::string& g) const { return staleGroupSet_.count(g) != 0; }
   void staleGroupSetDelAll() { staleGroupSet_.clear(); }
+  // Port modes are reconciled with the ports: one that no tap or tool port confirms at start-up
+  // (an earlier run's, for an interface that has changed or gone since) is swept.
+  void stalePortModeSetDel(const std::string& intfName) { stalePortModeSet_.erase(intfName); }
 
   // Children.
   Ptr<ErrDisableSm> errDisableSmIs(Ptr<const CliConfig> cliConfig, Ptr<const Bridging::Config> bridgingConfig,
@@ -443,6 +446,7 @@ class ConfigSm : public platform::RefCounted {
   std::set<platform::IntfId> staleTapPortSet_;
   std::set<platform::IntfId> staleToolPortSet_;
   std::set<std::string> staleGroupSet_;
+  std::set<std::string> stalePortModeSet_;
   Ptr<ErrDisableSm> errDisableSm_;
   Ptr<SwitchIntfConfigSm> switchIntfConfigSm_;
   Ptr<EthIntfStatusSm> ethIntfStatusSm_;

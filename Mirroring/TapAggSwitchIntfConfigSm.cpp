@@ -75,6 +75,7 @@ void SwitchIntfConfigSm::SwitchIntfConfigReactor::handleSwitchportMode() {
   const auto& portModeConfig = sm_->parent()->portModeConfig();
   if (isTapAggMode(mode)) {
     if (portModeConfig) portModeConfig->portModeIs(intfId_.name(), EthIntf::portModeTapAgg);
+    sm_->parent()->stalePortModeSetDel(intfId_.name());
     doUpdatePortStatus();
   } else if (portModeConfig) {
     portModeConfig->portModeDel(intfId_.name());

@@ -218,7 +218,12 @@ void ConfigSm::mark() {
   TRACE(8, "void TapAgg::ConfigSm::mark()");
   for (const auto& intf : hwConfig_->tapPort.keys()) staleTapPortSetIs(intf);
   for (const auto& intf : hwConfig_->toolPort.keys()) staleToolPortSetIs(intf);
-  for (const auto& group : status_->group.keys()) staleGroupSetIs(group);
+  for (const auto& group : status_->group.keys()) {
+    staleGroupSetIs(group);
+    const auto groupStatus = status_->group.get(group);
+    for (const auto& intfName : groupStatus->tapPort.keys()) staleGroupMemberSet_.insert({group, true, intfName});
+    for (const auto& intfName : groupStatus->toolPort.keys()) staleGroupMemberSet_.insert({group, false, intfName});
+  }
   if (portModeConfig_) {
     for (const auto& intfName : portModeConfig_->portMode.keys()) stalePortModeSet_.insert(intfName);
   }
@@ -233,6 +238,17 @@ void ConfigSm::sweep() {
   for (auto intfs = staleToolPortSet_; const auto& intf : intfs) {
     hwConfig_->toolPortDel(intf);
     staleToolPortSetDel(intf);
+  }
+  for (auto members = staleGroupMemberSet_; const auto& [group, isTap, intfName] : members) {
+    if (auto groupStatus = status_->group.get(group)) {
+      if (isTap) {
+        groupStatus->tapPortDel(intfName);
+      } else {
+        groupStatus->toolPortDel(intfName);
+      }
+      if (groupStatus->tapPort.empty() && groupStatus->toolPort.empty()) status_->groupDel(group);
+    }
+    staleGroupMemberSetDel(group, isTap, intfName);
   }
   for (auto groups = staleGroupSet_; const auto& group : groups) {
     status_->groupDel(group);

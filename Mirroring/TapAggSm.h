@@ -23,6 +23,7 @@
 #include <ostream>
 #include <set>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "Mirroring/MirroringModel.h"
@@ -373,6 +374,11 @@ class ConfigSm : public platform::RefCounted {
   // Port modes are reconciled with the ports: one that no tap or tool port confirms at start-up
   // (an earlier run's, for an interface that has changed or gone since) is swept.
   void stalePortModeSetDel(const std::string& intfName) { stalePortModeSet_.erase(intfName); }
+  // So are the ports listed in a group: a group that is confirmed may still list a port that has
+  // left it since, and no handler of that port would remove it.
+  void staleGroupMemberSetDel(const std::string& group, bool isTap, const std::string& intfName) {
+    staleGroupMemberSet_.erase({group, isTap, intfName});
+  }
 
   // Children.
   Ptr<ErrDisableSm> errDisableSmIs(Ptr<const CliConfig> cliConfig, Ptr<const Bridging::Config> bridgingConfig,
@@ -447,6 +453,7 @@ class ConfigSm : public platform::RefCounted {
   std::set<platform::IntfId> staleToolPortSet_;
   std::set<std::string> staleGroupSet_;
   std::set<std::string> stalePortModeSet_;
+  std::set<std::tuple<std::string, bool, std::string>> staleGroupMemberSet_;  // group, tap?, interface
   Ptr<ErrDisableSm> errDisableSm_;
   Ptr<SwitchIntfConfigSm> switchIntfConfigSm_;
   Ptr<EthIntfStatusSm> ethIntfStatusSm_;

@@ -341,6 +341,7 @@ void SwitchIntfConfigSm::doUpdatePortStatusForGroups(const PortStatus& portStatu
     TRACE(8, " Updating group ", group, isTap ? " with tap port " : " with tool port ", intf);
     auto groupStatus = status_->groupIs(group);
     parent_->staleGroupSetDel(group);
+    parent_->staleGroupMemberSetDel(group, isTap, intf.name());
     if (isTap) {
       groupStatus->tapPortIs(intf.name(), portStatus);
     } else {

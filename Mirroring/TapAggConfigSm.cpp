@@ -227,10 +227,12 @@ void ConfigSm::mark() {
   for (const auto& intf : hwConfig_->toolPort.keys()) staleToolPortSetIs(intf);
   for (const auto& group : status_->group.keys()) {
     staleGroupSetIs(group);
-    // A port entry of a group that another port confirms would outlive the group sweep.
-    auto groupStatus = status_->group.get(group);
-    for (const auto& intf : groupStatus->tapPort.keys()) staleGroupPort_.insert({group, true, intf});
-    for (const auto& intf : groupStatus->toolPort.keys()) staleGroupPort_.insert({group, false, intf});
+    const auto groupStatus = status_->group.get(group);
+    for (const auto& intfName : groupStatus->tapPort.keys()) staleGroupMemberSet_.insert({group, true, intfName});
+    for (const auto& intfName : groupStatus->toolPort.keys()) staleGroupMemberSet_.insert({group, false, intfName});
+  }
+  if (portModeConfig_) {
+    for (const auto& intfName : portModeConfig_->portMode.keys()) stalePortModeSet_.insert(intfName);
   }
 }
 
@@ -244,21 +246,26 @@ void ConfigSm::sweep() {
     hwConfig_->toolPortDel(intf);
     staleToolPortSetDel(intf);
   }
+  // Whole groups first: the members of a group that goes need no deletion of their own.
   for (auto groups = staleGroupSet_; const auto& group : groups) {
     status_->groupDel(group);
     staleGroupSetDel(group);
   }
-  for (const auto& [group, isTap, intf] : staleGroupPort_) {
-    auto groupStatus = status_->group.get(group);
-    if (!groupStatus) continue;
-    if (isTap) {
-      groupStatus->tapPortDel(intf);
-    } else {
-      groupStatus->toolPortDel(intf);
+  for (auto members = staleGroupMemberSet_; const auto& [group, isTap, intfName] : members) {
+    if (auto groupStatus = status_->group.get(group)) {
+      if (isTap) {
+        groupStatus->tapPortDel(intfName);
+      } else {
+        groupStatus->toolPortDel(intfName);
+      }
+      if (groupStatus->tapPort.empty() && groupStatus->toolPort.empty()) status_->groupDel(group);
     }
-    if (groupStatus->tapPort.empty() && groupStatus->toolPort.empty()) status_->groupDel(group);
+    staleGroupMemberSetDel(group, isTap, intfName);
   }
-  staleGroupPort_.clear();
+  for (auto intfNames = stalePortModeSet_; const auto& intfName : intfNames) {
+    portModeConfig_->portModeDel(intfName);
+    stalePortModeSetDel(intfName);
+  }
 }
 
 void ConfigSm::handleMode() {

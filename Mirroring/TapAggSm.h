@@ -372,9 +372,13 @@ class ConfigSm : public platform::RefCounted {
   void staleGroupSetDel(const std::string& g) { staleGroupSet_.erase(g); }
   bool staleGroupSetHas(const std::string& g) const { return staleGroupSet_.count(g) != 0; }
   void staleGroupSetDelAll() { staleGroupSet_.clear(); }
-  // A port's entry in a group, confirmed when the port's status is written there again.
-  void staleGroupPortDel(const std::string& group, bool isTap, const std::string& intf) {
-    staleGroupPort_.erase({group, isTap, intf});
+  // Port modes are reconciled with the ports: one that no tap or tool port confirms at start-up
+  // (an earlier run's, for an interface that has changed or gone since) is swept.
+  void stalePortModeSetDel(const std::string& intfName) { stalePortModeSet_.erase(intfName); }
+  // So are the ports listed in a group: a group that is confirmed may still list a port that has
+  // left it since, and no handler of that port would remove it.
+  void staleGroupMemberSetDel(const std::string& group, bool isTap, const std::string& intfName) {
+    staleGroupMemberSet_.erase({group, isTap, intfName});
   }
 
   // Children.
@@ -449,7 +453,8 @@ class ConfigSm : public platform::RefCounted {
   std::set<platform::IntfId> staleTapPortSet_;
   std::set<platform::IntfId> staleToolPortSet_;
   std::set<std::string> staleGroupSet_;
-  std::set<std::tuple<std::string, bool, std::string>> staleGroupPort_;
+  std::set<std::string> stalePortModeSet_;
+  std::set<std::tuple<std::string, bool, std::string>> staleGroupMemberSet_;  // group, tap?, interface
   Ptr<ErrDisableSm> errDisableSm_;
   Ptr<SwitchIntfConfigSm> switchIntfConfigSm_;
   Ptr<EthIntfStatusSm> ethIntfStatusSm_;

@@ -79,6 +79,7 @@ void SwitchIntfConfigSm::SwitchIntfConfigReactor::handleSwitchportMode() {
     // writes only what differs, leaves what clean-up and rebuild would. So the hardware sees
     // no port vanish and come back, and a restart over unchanged inputs writes nothing.
     if (portModeConfig) portModeConfig->portModeIs(intfId_.name(), EthIntf::portModeTapAgg);
+    sm_->parent()->stalePortModeSetDel(intfId_.name());
     doUpdatePortStatus();
     sm_->doRemoveInvalidGroups();
     return;
@@ -348,7 +349,7 @@ void SwitchIntfConfigSm::doUpdatePortStatusForGroups(const PortStatus& portStatu
     TRACE(8, " Updating group ", group, isTap ? " with tap port " : " with tool port ", intf);
     auto groupStatus = status_->groupIs(group);
     parent_->staleGroupSetDel(group);
-    parent_->staleGroupPortDel(group, isTap, intf.name());
+    parent_->staleGroupMemberSetDel(group, isTap, intf.name());
     if (isTap) {
       groupStatus->tapPortIs(intf.name(), portStatus);
     } else {

@@ -8,11 +8,10 @@
 #include <algorithm>
 #include <optional>
 
-// The shared runner starts mirroringd with the plug-in named TEST_AGENT_PATH: here, the agent.
-#define TEST_AGENT_PATH MIRRORING_PLUGIN_PATH
-#include "host/MirroringdRunner.h"
+#include "scenarios/ScenarioSupport.h"
 
 using namespace hosttest;
+using namespace scenario;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -77,124 +76,13 @@ std::string setHwActive(const std::string& intf, bool active) {
               {"value", {{"hwActive", active}}}}
       .dump();
 }
-const std::string kDump = R"({"op":"dump"})";
-const std::string kRestart = R"({"op":"restart"})";
 
-// --- reading outputs -------------------------------------------------------------------------
-
-// What one run left: the dumps (each dump command's, then the final one) of the agent's three
-// writable mirroring mounts, every change the agent made, and the syslog messages.
-struct Outcome {
-  std::vector<Json> dumps;
-  std::vector<Json> out;
-  std::vector<Json> syslog;
-
-  // A copy: reading a member that is not there then fails a comparison instead of the run.
-  Json last() const { return dumps.back(); }
-};
-
-std::vector<std::string> segments(const std::string& path) {
-  std::vector<std::string> out;
-  std::string::size_type at = 0;
-  while (at <= path.size()) {
-    auto slash = path.find('/', at);
-    if (slash == std::string::npos) slash = path.size();
-    out.push_back(path.substr(at, slash - at));
-    at = slash + 1;
-  }
-  return out;
-}
-
-// The value that change `c` gives to `path` (which must not hold an interface with '/'):
-// the value itself when the change names the path, the part of it below the path when the
-// change writes an ancestor, and nothing when the change does not set the path.
-std::optional<Json> valueSetAt(const Json& c, const std::string& path) {
-  if (c.value("op", "") != "set") return std::nullopt;
-  const std::string target = c.value("path", "");
-  const Json v0 = c.contains("value") ? c.at("value") : Json(true);  // a set member has no value
-  if (target == path) return v0;
-  if (path.rfind(target + "/", 0) != 0) return std::nullopt;
-  Json v = v0;
-  for (const auto& seg : segments(path.substr(target.size() + 1))) {
-    if (v.is_object() && v.contains(seg)) {
-      v = Json(v[seg]);
-    } else if (v.is_array() && std::find(v.begin(), v.end(), Json(seg)) != v.end()) {
-      v = true;  // a member of a set
-    } else {
-      return std::nullopt;
-    }
-  }
-  return v;
-}
-
-// Whether change `c` erases `path`, itself or with an ancestor.
-bool erases(const Json& c, const std::string& path) {
-  if (c.value("op", "") != "del") return false;
-  const std::string target = c.value("path", "");
-  return target == path || path.rfind(target + "/", 0) == 0;
-}
-
-constexpr std::ptrdiff_t kNever = -1;
-
-// The position of the first change that sets `path` (to `value`, if given), or kNever.
-std::ptrdiff_t firstSet(const std::vector<Json>& out, const std::string& path,
-                        const std::optional<Json>& value = std::nullopt) {
-  for (std::size_t i = 0; i < out.size(); ++i) {
-    auto v = valueSetAt(out[i], path);
-    if (v && (!value || *v == *value)) return std::ptrdiff_t(i);
-  }
-  return kNever;
-}
-
-// The position of the first change that erases `path`, or kNever.
-std::ptrdiff_t firstDel(const std::vector<Json>& out, const std::string& path) {
-  for (std::size_t i = 0; i < out.size(); ++i) {
-    if (erases(out[i], path)) return std::ptrdiff_t(i);
-  }
-  return kNever;
-}
-
-std::size_t count(const std::vector<Json>& out, const std::string& op, const std::string& path) {
-  return std::size_t(std::count_if(out.begin(), out.end(), [&](const Json& c) {
-    return c.value("op", "") == op && c.value("path", "") == path;
-  }));
-}
-
-std::vector<std::string> keys(const Json& object) {
-  std::vector<std::string> out;
-  if (object.is_object()) {
-    for (const auto& [k, v] : object.items()) out.push_back(k);
-  }
-  return out;
-}
-
-// Where two change streams part, for failure messages.
-std::string firstDifference(const std::vector<Json>& expected, const std::vector<Json>& actual) {
-  std::size_t i = 0;
-  while (i < expected.size() && i < actual.size() && expected[i] == actual[i]) ++i;
-  auto at = [](const std::vector<Json>& v, std::size_t k) { return k < v.size() ? v[k].dump() : "(end)"; };
-  return "change " + std::to_string(i + 1) + " is " + at(actual, i) + " instead of " + at(expected, i);
-}
-
-class MirroringScenario : public MirroringdTest {
+class MirroringScenario : public ScenarioTest {
  protected:
-  // Runs mirroringd with the agent over `state` and `changes`; every line must be accepted.
+  // Runs mirroringd with the agent over `state` and `changes`, dumping the agent's three writable
+  // mirroring mounts.
   Outcome runScenario(const Json& state, const std::vector<std::string>& changes) {
-    std::string stream;
-    for (const auto& line : changes) stream += line + "\n";
-    for (const char* f : {"dump.json", "out.jsonl", "syslog.jsonl"}) fs::remove(path(f));
-    Result r = run({"--strict", "--quiet-syslog", "--dump", path("dump.json"), "--dump-mount", kStatus,
-                    "--dump-mount", kHwConfig, "--dump-mount", kForwardingModel, "--changes-out", path("out.jsonl"),
-                    "--syslog-json", path("syslog.jsonl"), "--changes", file("changes.jsonl", stream),
-                    file("state.json", state.dump(2))});
-    EXPECT_EQ(r.exitCode, 0) << r.err;
-    EXPECT_EQ(r.err, "") << "nothing rejected, nothing reported";
-    Outcome o;
-    o.dumps = documents(readFile(path("dump.json")));
-    for (const auto& line : lines(readFile(path("out.jsonl")))) o.out.push_back(Json::parse(line));
-    for (const auto& line : lines(readFile(path("syslog.jsonl")))) o.syslog.push_back(Json::parse(line));
-    if (o.dumps.empty()) o.dumps.emplace_back(Json::object());
-    return o;
+    return ScenarioTest::runScenario(state, changes, {kStatus, kHwConfig, kForwardingModel});
   }
 };
 
@@ -566,12 +454,7 @@ TEST_F(MirroringScenario, ARestartAnywhereInTheStreamEndsInTheSameStates) {
 TEST_F(MirroringScenario, TheExampleSwitchRunsAsItsReadmeTells) {
   const fs::path example = fs::path(SOURCE_DIR) / "examples" / "switch";
   const Json state = Json::parse(readFile(example / "state.json"));
-  std::vector<std::string> stream;
-  for (const auto& line : lines(readFile(example / "changes.jsonl"))) {
-    if (line.find_first_not_of(" \t") == std::string::npos || line.front() == '#') continue;
-    if (line.find(R"("op":"view")") != std::string::npos) continue;  // the view is for people
-    stream.push_back(line);
-  }
+  const std::vector<std::string> stream = streamOf(example / "changes.jsonl");
   Outcome o = runScenario(state, stream);
   std::vector<std::string> refused;
   for (const auto& line : o.syslog) refused.push_back(line.value("text", ""));

@@ -146,6 +146,13 @@ SwitchIntfConfigSm::SwitchIntfCliConfigReactor::SwitchIntfCliConfigReactor(
   reactor_.on(config_->tapRawIntf, [this](const platform::IntfId& raw) {
     if (initialized_) handleTapRawIntfStatus(raw);
   });
+  // Taken as a tool interface or released: whether it may stay a mirror destination changes.
+  reactor_.on(config_->toolIntfInUse, [this] {
+    if (!initialized_ || !toggleMirrorDestinationOnTapToolPortEnabled()) return;
+    if (auto* partner = sm_->switchIntfConfig(intfId_); partner && partner->initialized()) {
+      partner->handleSwitchportMode();
+    }
+  });
 }
 
 void SwitchIntfConfigSm::SwitchIntfCliConfigReactor::handleInitialized() {

@@ -576,6 +576,13 @@ TEST_F(TapAggSessionStatusTest, ATapToolDestinationStaysUntilATapPortTakesItRaw)
   EXPECT_THAT(hwToolPorts(), ElementsAre("Ethernet3"));
   EXPECT_EQ(toolStatus("tools", "Ethernet3"), activePort());
 
+  // Taken as a tool interface by some other user, and released again.
+  cli("Ethernet3")->toolIntfInUse.set(1);
+  EXPECT_THAT(hwToolPorts(), IsEmpty());
+  EXPECT_EQ(toolStatus("tools", "Ethernet3"), inactivePort("Mirror destination,"));
+  cli("Ethernet3")->toolIntfInUse.set(0);
+  EXPECT_THAT(hwToolPorts(), ElementsAre("Ethernet3"));
+
   // The listing tap port becoming a tap port again re-judges its raw interfaces.
   switchportModeIs("Ethernet1", switchportModeAccess);
   cli("Ethernet1")->tapRawIntfIs(IntfId("Ethernet3"), true);

@@ -17,6 +17,7 @@ struct ErrDisableSm::SwitchIntfReactor {
       if (initialized) handleSwitchportMode();
     });
   }
+  const Ptr<const Bridging::SwitchIntfConfig>& entry() const { return config; }
   void handleSwitchportMode() { sm->doUpdateErrDisableCauseStatus(intfId); }
   void handleInitialized() {
     initialized = true;
@@ -44,6 +45,7 @@ struct ErrDisableSm::PhyIntfReactor {
       if (initialized) handleLag();
     });
   }
+  const Ptr<const Lag::EthPhyIntfLagConfig>& entry() const { return config; }
   void handleLag() { sm->doUpdateErrDisableCauseStatus(intfId); }
   void handleInitialized() {
     initialized = true;
@@ -82,26 +84,14 @@ ErrDisableSm::ErrDisableSm(Ptr<const CliConfig> cliConfig, Ptr<const Bridging::C
   reactor_.on(cliConfig_->mode, [this] { handleMode(); });
   reactor_.on(cliConfig_->noerrdisableIntf, [this](const platform::IntfId& intf) { handleNoerrdisableIntf(intf); });
   if (bic_) {
-    reactor_.on(bic_->switchIntfConfig, [this](const platform::IntfId& intf) {
-      if (auto config = bic_->switchIntfConfig.get(intf)) {
-        switchIntfConfigIs(config);
-      } else {
-        switchIntfConfigDel(intf);
-      }
-    });
-    for (const auto& [intf, config] : bic_->switchIntfConfig) {
-      switchIntfConfig_[intf] = std::make_unique<SwitchIntfReactor>(config, this);
-    }
+    switchIntfConfig_.follow(reactor_, bic_->switchIntfConfig, [this](SwitchIntfReactor& r) {
+      if (initialized_) r.handleInitialized();
+    }, this);
   }
   if (lagConfig_) {
-    reactor_.on(lagConfig_->phyIntf, [this](const platform::IntfId& intf) {
-      if (auto config = lagConfig_->phyIntf.get(intf)) {
-        phyIntfIs(config);
-      } else {
-        phyIntfDel(intf);
-      }
-    });
-    for (const auto& [intf, config] : lagConfig_->phyIntf) phyIntf_[intf] = std::make_unique<PhyIntfReactor>(config, this);
+    phyIntf_.follow(reactor_, lagConfig_->phyIntf, [this](PhyIntfReactor& r) {
+      if (initialized_) r.handleInitialized();
+    }, this);
   }
   if (ethIntfStatusDir_) {
     reactor_.on(ethIntfStatusDir_->intfStatus, [this](const platform::IntfId& intf) { handleEthIntfStatus(intf); });
@@ -115,8 +105,8 @@ ErrDisableSm::ErrDisableSm(Ptr<const CliConfig> cliConfig, Ptr<const Bridging::C
 ErrDisableSm::~ErrDisableSm() {
   // Going away with the agent: what is error-disabled stays so until the next run judges again.
   reactor_.detachAll();
-  for (auto& [intf, r] : switchIntfConfig_) r->reactor.detachAll();
-  for (auto& [intf, r] : phyIntf_) r->reactor.detachAll();
+  switchIntfConfig_.forEach([](SwitchIntfReactor& r) { r.reactor.detachAll(); });
+  phyIntf_.forEach([](PhyIntfReactor& r) { r.reactor.detachAll(); });
 }
 
 void ErrDisableSm::handleInitialized() {
@@ -128,12 +118,8 @@ void ErrDisableSm::handleInitialized() {
     const bool vlan = vlanIntfStatusDir_ && vlanIntfStatusDir_->intfStatus.contains(intf);
     if (!vlan && !tracksSwitchIntf(intf) && !tracksPhyIntf(intf)) causeStatus_->intfStatusDel(intf);
   }
-  for (const auto& intf : keysOf(switchIntfConfig_)) {
-    if (auto it = switchIntfConfig_.find(intf); it != switchIntfConfig_.end()) it->second->handleInitialized();
-  }
-  for (const auto& intf : keysOf(phyIntf_)) {
-    if (auto it = phyIntf_.find(intf); it != phyIntf_.end()) it->second->handleInitialized();
-  }
+  switchIntfConfig_.forEach([](SwitchIntfReactor& r) { r.handleInitialized(); });
+  phyIntf_.forEach([](PhyIntfReactor& r) { r.handleInitialized(); });
   handleEthIntfStatus();
   handleVlanIntfStatus();
 }
@@ -282,8 +268,8 @@ void ErrDisableSm::handleEthIntfStatus(const platform::IntfId& intf) {
   TRACE(8, " Intf ", intf, " is present - errdisable if required");
   if (vlanIntfStatusDir_ && vlanIntfStatusDir_->intfStatus.contains(intf)) {
     handleVlanIntfStatus(intf);
-  } else if (auto it = switchIntfConfig_.find(intf); it != switchIntfConfig_.end()) {
-    it->second->handleSwitchportMode();
+  } else if (auto* reactor = switchIntfConfig_.find(intf)) {
+    reactor->handleSwitchportMode();
   }
 }
 
@@ -295,41 +281,19 @@ void ErrDisableSm::handleEthIntfStatus() {
 // --- followed entries ------------------------------------------------------------------------
 
 void ErrDisableSm::switchIntfConfigIs(const Ptr<const Bridging::SwitchIntfConfig>& config) {
-  const platform::IntfId intf = config->intfId();
-  if (auto it = switchIntfConfig_.find(intf); it != switchIntfConfig_.end() && it->second->config == config) return;
-  switchIntfConfigDel(intf);
-  auto& r = switchIntfConfig_[intf] = std::make_unique<SwitchIntfReactor>(config, this);
-  if (initialized_) r->handleInitialized();
+  if (auto* r = switchIntfConfig_.is(config->intfId(), config, this); r && initialized_) r->handleInitialized();
 }
 
-void ErrDisableSm::switchIntfConfigDel(const platform::IntfId& intf) {
-  auto it = switchIntfConfig_.find(intf);
-  if (it == switchIntfConfig_.end()) return;
-  it->second->prepareToDie();
-  switchIntfConfig_.erase(intf);
-}
+void ErrDisableSm::switchIntfConfigDel(const platform::IntfId& intf) { switchIntfConfig_.del(intf); }
 
-void ErrDisableSm::switchIntfConfigDelAll() {
-  for (const auto& intf : keysOf(switchIntfConfig_)) switchIntfConfigDel(intf);
-}
+void ErrDisableSm::switchIntfConfigDelAll() { switchIntfConfig_.delAll(); }
 
 void ErrDisableSm::phyIntfIs(const Ptr<const Lag::EthPhyIntfLagConfig>& config) {
-  const platform::IntfId intf = config->intfId();
-  if (auto it = phyIntf_.find(intf); it != phyIntf_.end() && it->second->config == config) return;
-  phyIntfDel(intf);
-  auto& r = phyIntf_[intf] = std::make_unique<PhyIntfReactor>(config, this);
-  if (initialized_) r->handleInitialized();
+  if (auto* r = phyIntf_.is(config->intfId(), config, this); r && initialized_) r->handleInitialized();
 }
 
-void ErrDisableSm::phyIntfDel(const platform::IntfId& intf) {
-  auto it = phyIntf_.find(intf);
-  if (it == phyIntf_.end()) return;
-  it->second->prepareToDie();
-  phyIntf_.erase(intf);
-}
+void ErrDisableSm::phyIntfDel(const platform::IntfId& intf) { phyIntf_.del(intf); }
 
-void ErrDisableSm::phyIntfDelAll() {
-  for (const auto& intf : keysOf(phyIntf_)) phyIntfDel(intf);
-}
+void ErrDisableSm::phyIntfDelAll() { phyIntf_.delAll(); }
 
 }  // namespace TapAgg

@@ -75,16 +75,9 @@ void EthIntfStatusSm::IntfStatusReactor::prepareToDie() {
 EthIntfStatusSm::EthIntfStatusSm(Ptr<const Interface::EthIntfStatusDir> ethIntfStatusDir, ConfigSm* parent)
     : ethIntfStatusDir_(std::move(ethIntfStatusDir)), parent_(parent) {
   if (ethIntfStatusDir_) {
-    reactor_.on(ethIntfStatusDir_->intfStatus, [this](const platform::IntfId& intf) {
-      if (auto status = ethIntfStatusDir_->intfStatus.get(intf)) {
-        intfStatusIs(status);
-      } else {
-        intfStatusDel(intf);
-      }
-    });
-    for (const auto& [intf, status] : ethIntfStatusDir_->intfStatus) {
-      intfStatus_[intf] = std::make_unique<IntfStatusReactor>(status, this);
-    }
+    intfStatus_.follow(reactor_, ethIntfStatusDir_->intfStatus, [this](IntfStatusReactor& r) {
+      if (initialized_) r.handleAppeared();
+    }, this);
   }
   handleInitialized();
 }
@@ -96,33 +89,21 @@ void EthIntfStatusSm::handleInitialized() {
   PLATFORM_ASSERT(parent());
   PLATFORM_ASSERT(parent()->switchIntfConfigSm());
   initialized_ = true;
-  for (const auto& intf : keysOf(intfStatus_)) {
-    if (auto it = intfStatus_.find(intf); it != intfStatus_.end()) it->second->handleInitialized();
-  }
+  intfStatus_.forEach([](IntfStatusReactor& r) { r.handleInitialized(); });
 }
 
 void EthIntfStatusSm::prepareToDie() {
   reactor_.detachAll();
-  for (auto& [intf, r] : intfStatus_) r->prepareToDie();
+  intfStatus_.forEach([](IntfStatusReactor& r) { r.prepareToDie(); });
 }
 
 void EthIntfStatusSm::intfStatusIs(const Ptr<const Interface::EthIntfStatus>& status) {
-  const platform::IntfId intf = status->intfId();
-  intfStatusDel(intf);
-  auto& r = intfStatus_[intf] = std::make_unique<IntfStatusReactor>(status, this);
-  if (initialized_) r->handleAppeared();
+  if (auto* r = intfStatus_.is(status->intfId(), status, this); r && initialized_) r->handleAppeared();
 }
 
-void EthIntfStatusSm::intfStatusDel(const platform::IntfId& intf) {
-  auto it = intfStatus_.find(intf);
-  if (it == intfStatus_.end()) return;
-  it->second->prepareToDie();
-  intfStatus_.erase(intf);
-}
+void EthIntfStatusSm::intfStatusDel(const platform::IntfId& intf) { intfStatus_.del(intf); }
 
-void EthIntfStatusSm::intfStatusDelAll() {
-  for (const auto& intf : keysOf(intfStatus_)) intfStatusDel(intf);
-}
+void EthIntfStatusSm::intfStatusDelAll() { intfStatus_.delAll(); }
 
 // --- mirroring sessions ----------------------------------------------------------------------
 
@@ -181,9 +162,7 @@ MirroringSessionStatusSm::MirroringSessionStatusSm(Ptr<const Mirroring::Status> 
     : mirroringStatus_(std::move(mirroringStatus)), parent_(parent) {
   if (mirroringStatus_) {
     reactor_.on(mirroringStatus_->sessionStatus, [this](const std::string& name) { sessionStatusIs(name); });
-    for (const auto& [name, status] : mirroringStatus_->sessionStatus) {
-      sessionStatus_[name] = std::make_unique<SessionStatusReactor>(status, this);
-    }
+    for (const auto& [name, status] : mirroringStatus_->sessionStatus) sessionStatus_.is(name, status, this);
   }
   handleInitialized();
 }
@@ -197,30 +176,20 @@ void MirroringSessionStatusSm::handleInitialized() {
   PLATFORM_ASSERT(parent()->switchIntfConfigSm());
   PLATFORM_ASSERT(parent()->ethIntfStatusSm());
   initialized_ = true;
-  for (const auto& name : keysOf(sessionStatus_)) {
-    if (auto it = sessionStatus_.find(name); it != sessionStatus_.end()) it->second->handleInitialized();
-  }
+  sessionStatus_.forEach([](SessionStatusReactor& r) { r.handleInitialized(); });
 }
 
 // A session status that appears gets a reactor; one that goes takes its targets with it, so
 // the ports it held as destinations are judged again without it.
 void MirroringSessionStatusSm::sessionStatusIs(const std::string& name) {
-  auto status = mirroringStatus_->sessionStatus.get(name);
-  auto it = sessionStatus_.find(name);
-  if (it != sessionStatus_.end() && status && it->second->status() == status) return;
-  std::vector<std::string> released;
-  if (it != sessionStatus_.end()) {
-    it->second->prepareToDie();
-    if (!status) {
-      for (const auto& target : it->second->targets()) released.push_back(target);
-    }
-    sessionStatus_.erase(it);
-  }
-  if (status) {
-    auto& r = sessionStatus_[name] = std::make_unique<SessionStatusReactor>(status, this);
-    if (initialized_) r->handleInitialized();
+  if (auto status = mirroringStatus_->sessionStatus.get(name)) {
+    if (auto* r = sessionStatus_.is(name, status, this); r && initialized_) r->handleInitialized();
     return;
   }
+  auto* gone = sessionStatus_.find(name);
+  if (!gone) return;
+  const std::vector<std::string> released = gone->targets();
+  sessionStatus_.del(name);
   const auto& switchIntfConfigSm = parent_->switchIntfConfigSm();
   if (!switchIntfConfigSm) return;
   for (const auto& target : released) {
@@ -231,7 +200,7 @@ void MirroringSessionStatusSm::sessionStatusIs(const std::string& name) {
 void MirroringSessionStatusSm::prepareToDie() {
   TRACE(8, "void TapAgg::MirroringSessionStatusSm::prepareToDie()");
   reactor_.detachAll();
-  for (auto& [name, r] : sessionStatus_) r->prepareToDie();
+  sessionStatus_.forEach([](SessionStatusReactor& r) { r.prepareToDie(); });
 }
 
 }  // namespace TapAgg

@@ -36,6 +36,7 @@
 #include "platform/InterfaceTypes.h"
 #include "platform/LagTypes.h"
 #include "platform/Reactor.h"
+#include "platform/ReactorMap.h"
 #include "platform/Syslog.h"
 #include "platform/Trace.h"
 
@@ -61,15 +62,6 @@ inline bool isTapAggMode(Bridging::SwitchportMode m) { return isTapMode(m) || is
 
 class ConfigSm;
 class SwitchIntfConfigSm;
-
-// The keys of a map, copied: handlers may add or remove entries while the caller walks them.
-template <class M>
-std::vector<typename M::key_type> keysOf(const M& map) {
-  std::vector<typename M::key_type> keys;
-  keys.reserve(map.size());
-  for (const auto& entry : map) keys.push_back(entry.first);
-  return keys;
-}
 
 // --- port status (pure reads) ----------------------------------------------------------------
 
@@ -134,8 +126,8 @@ class ErrDisableSm : public platform::RefCounted {
 
   const Ptr<const CliConfig>& cliConfig() const { return cliConfig_; }
   bool initialized() const { return initialized_; }
-  bool tracksSwitchIntf(const platform::IntfId& intf) const { return switchIntfConfig_.count(intf) != 0; }
-  bool tracksPhyIntf(const platform::IntfId& intf) const { return phyIntf_.count(intf) != 0; }
+  bool tracksSwitchIntf(const platform::IntfId& intf) const { return switchIntfConfig_.find(intf) != nullptr; }
+  bool tracksPhyIntf(const platform::IntfId& intf) const { return phyIntf_.find(intf) != nullptr; }
 
  private:
   struct SwitchIntfReactor;
@@ -152,8 +144,8 @@ class ErrDisableSm : public platform::RefCounted {
   Ptr<const Interface::EthIntfStatusDir> ethIntfStatusDir_;
   Ptr<const Lag::Config> lagConfig_;
   const platform::Clock* clock_;
-  std::map<platform::IntfId, std::unique_ptr<SwitchIntfReactor>> switchIntfConfig_;
-  std::map<platform::IntfId, std::unique_ptr<PhyIntfReactor>> phyIntf_;
+  platform::ReactorMap<platform::IntfId, SwitchIntfReactor> switchIntfConfig_;
+  platform::ReactorMap<platform::IntfId, PhyIntfReactor> phyIntf_;
   platform::Reactor reactor_;
   bool initialized_ = false;
 };
@@ -175,6 +167,7 @@ class SwitchIntfConfigSm : public platform::RefCounted {
     void prepareToDie();
     const platform::IntfId& intfId() const { return intfId_; }
     const Ptr<const Bridging::SwitchIntfConfig>& config() const { return config_; }
+    const Ptr<const Bridging::SwitchIntfConfig>& entry() const { return config_; }
     bool initialized() const { return initialized_; }
 
    private:
@@ -198,6 +191,7 @@ class SwitchIntfConfigSm : public platform::RefCounted {
     void prepareToDie();
     const platform::IntfId& intfId() const { return intfId_; }
     const Ptr<const Bridging::Input::SwitchIntfConfig>& config() const { return config_; }
+    const Ptr<const Bridging::Input::SwitchIntfConfig>& entry() const { return config_; }
     bool initialized() const { return initialized_; }
 
    private:
@@ -232,8 +226,10 @@ class SwitchIntfConfigSm : public platform::RefCounted {
   void switchIntfCliConfigIs(const Ptr<const Bridging::Input::SwitchIntfConfig>& config);
   void switchIntfCliConfigDel(const platform::IntfId& intf);
 
-  SwitchIntfConfigReactor* switchIntfConfig(const platform::IntfId& intf) const;
-  SwitchIntfCliConfigReactor* switchIntfCliConfig(const platform::IntfId& intf) const;
+  SwitchIntfConfigReactor* switchIntfConfig(const platform::IntfId& intf) const { return switchIntfConfig_.find(intf); }
+  SwitchIntfCliConfigReactor* switchIntfCliConfig(const platform::IntfId& intf) const {
+    return switchIntfCliConfig_.find(intf);
+  }
   // The mode of an interface in the bridging configuration; nullopt when it has no record.
   std::optional<Bridging::SwitchportMode> switchportMode(const platform::IntfId& intf) const;
 
@@ -252,8 +248,8 @@ class SwitchIntfConfigSm : public platform::RefCounted {
   Ptr<const Mirroring::Status> mirroringStatus_;
   Ptr<const Interface::IntfForwardingModelInputDir> lagForwardingModelInputDir_;
   ConfigSm* parent_;
-  std::map<platform::IntfId, std::unique_ptr<SwitchIntfConfigReactor>> switchIntfConfig_;
-  std::map<platform::IntfId, std::unique_ptr<SwitchIntfCliConfigReactor>> switchIntfCliConfig_;
+  platform::ReactorMap<platform::IntfId, SwitchIntfConfigReactor> switchIntfConfig_;
+  platform::ReactorMap<platform::IntfId, SwitchIntfCliConfigReactor> switchIntfCliConfig_;
   platform::Reactor reactor_;
   bool initialized_ = false;
 };
@@ -271,6 +267,7 @@ class EthIntfStatusSm : public platform::RefCounted {
     void handleLinkStatus();
     void prepareToDie();
     bool initialized() const { return initialized_; }
+    const Ptr<const Interface::EthIntfStatus>& entry() const { return status_; }
 
    private:
     platform::IntfId intfId_;
@@ -294,7 +291,7 @@ class EthIntfStatusSm : public platform::RefCounted {
  private:
   Ptr<const Interface::EthIntfStatusDir> ethIntfStatusDir_;
   ConfigSm* parent_;
-  std::map<platform::IntfId, std::unique_ptr<IntfStatusReactor>> intfStatus_;
+  platform::ReactorMap<platform::IntfId, IntfStatusReactor> intfStatus_;
   platform::Reactor reactor_;
   bool initialized_ = false;
 };
@@ -312,7 +309,7 @@ class MirroringSessionStatusSm : public platform::RefCounted {
     void handleTargetOperStatus(const std::string& name);
     void prepareToDie();
     bool initialized() const { return initialized_; }
-    const Ptr<const Mirroring::SessionStatus>& status() const { return status_; }
+    const Ptr<const Mirroring::SessionStatus>& entry() const { return status_; }
     std::vector<std::string> targets() const { return status_->targetOperStatus.keys(); }
 
    private:
@@ -334,7 +331,7 @@ class MirroringSessionStatusSm : public platform::RefCounted {
   void sessionStatusIs(const std::string& name);
   Ptr<const Mirroring::Status> mirroringStatus_;
   ConfigSm* parent_;
-  std::map<std::string, std::unique_ptr<SessionStatusReactor>> sessionStatus_;
+  platform::ReactorMap<std::string, SessionStatusReactor> sessionStatus_;
   platform::Reactor reactor_;
   bool initialized_ = false;
 };

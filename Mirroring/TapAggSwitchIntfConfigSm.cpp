@@ -245,28 +245,14 @@ SwitchIntfConfigSm::SwitchIntfConfigSm(Ptr<HwConfig> hwConfig,
       lagForwardingModelInputDir_(std::move(lagForwardingModelInputDir)),
       parent_(parent) {
   if (bridgingConfig_) {
-    reactor_.on(bridgingConfig_->switchIntfConfig, [this](const platform::IntfId& intf) {
-      if (auto config = bridgingConfig_->switchIntfConfig.get(intf)) {
-        switchIntfConfigIs(config);
-      } else {
-        switchIntfConfigDel(intf);
-      }
-    });
-    for (const auto& [intf, config] : bridgingConfig_->switchIntfConfig) {
-      switchIntfConfig_[intf] = std::make_unique<SwitchIntfConfigReactor>(config, this);
-    }
+    switchIntfConfig_.follow(reactor_, bridgingConfig_->switchIntfConfig, [this](SwitchIntfConfigReactor& r) {
+      if (initialized_) r.handleInitialized();
+    }, this);
   }
   if (switchIntfConfigDir_) {
-    reactor_.on(switchIntfConfigDir_->switchIntfConfig, [this](const platform::IntfId& intf) {
-      if (auto config = switchIntfConfigDir_->switchIntfConfig.get(intf)) {
-        switchIntfCliConfigIs(config);
-      } else {
-        switchIntfCliConfigDel(intf);
-      }
-    });
-    for (const auto& [intf, config] : switchIntfConfigDir_->switchIntfConfig) {
-      switchIntfCliConfig_[intf] = std::make_unique<SwitchIntfCliConfigReactor>(config, this);
-    }
+    switchIntfCliConfig_.follow(reactor_, switchIntfConfigDir_->switchIntfConfig, [this](SwitchIntfCliConfigReactor& r) {
+      if (initialized_) r.handleInitialized();
+    }, this);
   }
   if (lagForwardingModelInputDir_) {
     reactor_.on(lagForwardingModelInputDir_->forwardingModelInput, [this](const platform::IntfId& intf) {
@@ -282,29 +268,14 @@ void SwitchIntfConfigSm::handleInitialized() {
   PLATFORM_ASSERT(parent());
   initialized_ = true;
   // Group reactors first: they leave building the port to their partner, which builds it once.
-  for (const auto& intf : keysOf(switchIntfCliConfig_)) {
-    if (auto* r = switchIntfCliConfig(intf)) r->handleInitialized();
-  }
-  for (const auto& intf : keysOf(switchIntfConfig_)) {
-    if (auto* r = switchIntfConfig(intf)) r->handleInitialized();
-  }
+  switchIntfCliConfig_.forEach([](SwitchIntfCliConfigReactor& r) { r.handleInitialized(); });
+  switchIntfConfig_.forEach([](SwitchIntfConfigReactor& r) { r.handleInitialized(); });
 }
 
 void SwitchIntfConfigSm::prepareToDie() {
   reactor_.detachAll();
-  for (auto& [intf, r] : switchIntfConfig_) r->prepareToDie();
-  for (auto& [intf, r] : switchIntfCliConfig_) r->prepareToDie();
-}
-
-SwitchIntfConfigSm::SwitchIntfConfigReactor* SwitchIntfConfigSm::switchIntfConfig(const platform::IntfId& intf) const {
-  auto it = switchIntfConfig_.find(intf);
-  return it == switchIntfConfig_.end() ? nullptr : it->second.get();
-}
-
-SwitchIntfConfigSm::SwitchIntfCliConfigReactor* SwitchIntfConfigSm::switchIntfCliConfig(
-    const platform::IntfId& intf) const {
-  auto it = switchIntfCliConfig_.find(intf);
-  return it == switchIntfCliConfig_.end() ? nullptr : it->second.get();
+  switchIntfConfig_.forEach([](SwitchIntfConfigReactor& r) { r.prepareToDie(); });
+  switchIntfCliConfig_.forEach([](SwitchIntfCliConfigReactor& r) { r.prepareToDie(); });
 }
 
 std::optional<Bridging::SwitchportMode> SwitchIntfConfigSm::switchportMode(const platform::IntfId& intf) const {
@@ -315,35 +286,16 @@ std::optional<Bridging::SwitchportMode> SwitchIntfConfigSm::switchportMode(const
 }
 
 void SwitchIntfConfigSm::switchIntfConfigIs(const Ptr<const Bridging::SwitchIntfConfig>& config) {
-  const platform::IntfId intf = config->intfId();
-  if (auto* existing = switchIntfConfig(intf); existing && existing->config() == config) return;
-  switchIntfConfigDel(intf);
-  auto& r = switchIntfConfig_[intf] = std::make_unique<SwitchIntfConfigReactor>(config, this);
-  if (initialized_) r->handleInitialized();
+  if (auto* r = switchIntfConfig_.is(config->intfId(), config, this); r && initialized_) r->handleInitialized();
 }
 
-void SwitchIntfConfigSm::switchIntfConfigDel(const platform::IntfId& intf) {
-  auto it = switchIntfConfig_.find(intf);
-  if (it == switchIntfConfig_.end()) return;
-  it->second->prepareToDie();
-  switchIntfConfig_.erase(intf);
-}
+void SwitchIntfConfigSm::switchIntfConfigDel(const platform::IntfId& intf) { switchIntfConfig_.del(intf); }
 
 void SwitchIntfConfigSm::switchIntfCliConfigIs(const Ptr<const Bridging::Input::SwitchIntfConfig>& config) {
-  const platform::IntfId intf = config->intfId();
-  if (auto* existing = switchIntfCliConfig(intf); existing && existing->config() == config) return;
-  if (switchIntfCliConfig(intf)) TRACE(8, intf, " reinitialize with new notifier");
-  switchIntfCliConfigDel(intf);
-  auto& r = switchIntfCliConfig_[intf] = std::make_unique<SwitchIntfCliConfigReactor>(config, this);
-  if (initialized_) r->handleInitialized();
+  if (auto* r = switchIntfCliConfig_.is(config->intfId(), config, this); r && initialized_) r->handleInitialized();
 }
 
-void SwitchIntfConfigSm::switchIntfCliConfigDel(const platform::IntfId& intf) {
-  auto it = switchIntfCliConfig_.find(intf);
-  if (it == switchIntfCliConfig_.end()) return;
-  it->second->prepareToDie();
-  switchIntfCliConfig_.erase(intf);
-}
+void SwitchIntfConfigSm::switchIntfCliConfigDel(const platform::IntfId& intf) { switchIntfCliConfig_.del(intf); }
 
 // --- group statuses --------------------------------------------------------------------------
 

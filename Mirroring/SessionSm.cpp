@@ -78,6 +78,12 @@ void SessionSm::handleInitialized() {
   }
   sessionStatus_->mirrorDeviceName.set(deviceName);
   mark();
+  // The destinations an earlier run published as active keep their places: on hardware with
+  // one destination per session the destination that won must not be challenged again by one
+  // evaluated before it.
+  for (const auto& [dest, status] : sessionStatus_->targetOperStatus) {
+    if (status.isActive() && session_->targetIntf.contains(dest)) activeDest_.insert(dest);
+  }
   handleSource();
   handleDest();
   handleTruncate();

@@ -593,9 +593,7 @@ TEST_F(MirroringScenario, TheExampleSwitchRunsAsItsReadmeTells) {
   EXPECT_TRUE(upTo.out == before.out) << firstDifference(before.out, upTo.out);
 }
 
-// --- known gaps of the agent -----------------------------------------------------------------
-// The cases below end differently with and without a restart. They are disabled until the
-// agent handles them (run with --gtest_also_run_disabled_tests).
+// --- LAG members and restarts ----------------------------------------------------------------
 
 TEST_F(MirroringScenario, MembersFollowTheirPortChannelBeingUsedAsASourceElsewhere) {
   Json state = switchState(8);
@@ -619,7 +617,7 @@ TEST_F(MirroringScenario, MembersFollowTheirPortChannelBeingUsedAsASourceElsewhe
   EXPECT_EQ(o.dumps[2][kStatus]["sessionStatus"]["b3"]["srcOperStatus"]["Ethernet4"], kActive);
 }
 
-TEST_F(MirroringScenario, DISABLED_ARestartKeepsTheOneDestinationThatWonWithoutTouchingTheOther) {
+TEST_F(MirroringScenario, ARestartKeepsTheOneDestinationThatWonWithoutTouchingTheOther) {
   // Hardware with one destination per session; Ethernet5 sorts before the destination that
   // won, Ethernet7.
   Json state = switchState(4);

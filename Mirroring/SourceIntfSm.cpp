@@ -46,7 +46,7 @@ void SourceIntfSm::handleInitialized() {
 
 void SourceIntfSm::handleDirection() {
   PLATFORM_ASSERT(initialized());
-  TRACE(1, *this, "::handleDirection");
+  TRACE(2, *this, "::handleDirection");
   ConfigSm& configSm = *sessionSm_->configSm();
   const std::string& intf = name();
   const OperStatus prev = sessionSm_->sessionStatus() ? sessionSm_->sessionStatus()->srcOperStatus.get(intf)

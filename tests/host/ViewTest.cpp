@@ -268,11 +268,29 @@ TEST(View, MonitorSessionsJoinConfigurationStatusAndHardwareBySession) {
             "  Ethernet9    inactive  Interface Mode Conflict\n");
 }
 
+// A source with its filter, as the hardware copy holds it.
+struct FilteredSrcIntf : platform::EntityOf<FilteredSrcIntf> {
+  static constexpr const char* typeName = "ViewTest::FilteredSrcIntf";
+  explicit FilteredSrcIntf(const std::string& k) { name.set(k); }
+  Attr<std::string> name{this};
+  Attr<std::string> direction{this, "rx"};
+  Attr<std::string> srcAcl{this};
+  Attr<std::string> aclType{this, "aclTypeIp"};
+  template <class D>
+  void fields(D& d) {
+    d.key("name", name);
+    d("direction", direction);
+    d("srcAcl", srcAcl);
+    d("aclType", aclType);
+  }
+};
+
 // A session with its options, the fields the view reads; enumerators are their names.
 struct OptionSession : platform::EntityOf<OptionSession> {
   static constexpr const char* typeName = "ViewTest::OptionSession";
   explicit OptionSession(const std::string& k) { name.set(k); }
   Attr<std::string> name{this};
+  Coll<std::string, Ptr<FilteredSrcIntf>> srcIntf{this};
   Set<std::string> targetIntf{this};
   Attr<int32_t> sessionId{this};
   Attr<std::string> truncationSize{this, "truncationSizeDefault"};
@@ -287,6 +305,7 @@ struct OptionSession : platform::EntityOf<OptionSession> {
   template <class D>
   void fields(D& d) {
     d.key("name", name);
+    d("srcIntf", srcIntf);
     d("targetIntf", targetIntf);
     d("sessionId", sessionId);
     d("truncationSize", truncationSize);
@@ -361,6 +380,10 @@ TEST(View, SessionOptionsShowWhatIsConfiguredAndWhereTheHardwareDiffers) {
   ghw->rxSampleRate.set(1);
   ghw->mirrorRateLimitInBps.set(2'000'000'000);
   ghw->grePayloadType.set("payloadTypeInnerPacket");
+  ghw->srcIntf.is("Ethernet1");
+  auto filtered = ghw->srcIntf.is("Ethernet2");
+  filtered->srcAcl.set("v6-a");
+  filtered->aclType.set("aclTypeIpv6");
   // A GRE session not programmed: the default payload is the status's.
   auto q = config->session.is("q");
   q->targetIntf.insert("Gre0");
@@ -383,7 +406,7 @@ TEST(View, SessionOptionsShowWhatIsConfiguredAndWhereTheHardwareDiffers) {
             "  GRE options:       payload default (inner packet); metadata switchId, vlan; timestamping on; tx "
             "metadata off\n"
             "  Hardware session:  3\n"
-            "  Hardware sources:  none\n"
+            "  Hardware sources:  Ethernet1 (rx), Ethernet2 (rx, ipv6 ACL v6-a)\n"
             "  Hardware targets:  Gre1\n")
       << view;
   EXPECT_EQ(sessionFields(view, "q"),

@@ -301,7 +301,14 @@ void renderSession(std::ostream& out, const std::string& name, const Value* conf
   if (hw) {
     std::vector<std::string> sources;
     for (const auto& [intf, src] : entries(member(hw, "srcIntf"))) {
-      sources.push_back(intf + " (" + text(member(src, "direction")) + ")");
+      std::string detail = text(member(src, "direction"));
+      // The filter, where there is one: "Ethernet10 (rx, ipv6 ACL v6-a)".
+      const Value* acl = member(src, "srcAcl");
+      if (acl && acl->isString() && !acl->asString().empty()) {
+        const Value* type = member(src, "aclType");
+        detail += ", " + (type ? words(text(type), "aclType") + " " : "") + "ACL " + acl->asString();
+      }
+      sources.push_back(intf + " (" + detail + ")");
     }
     std::vector<std::string> targets;
     for (const auto& [intf, v] : entries(member(hw, "targetIntf"))) targets.push_back(intf);

@@ -15,8 +15,8 @@
 //                           truncateOperStatus, mirrorDeviceName; grePayloadType, the default
 //                           in force; greTunnelKey: tunnel interface to {srcIpAddr, dstIpAddr,
 //                           vrf, ttl, tos, greProto, greKey}),
-//                           mirroring/hwconfig (session: sessionId, srcIntf, targetIntf and the
-//                           same options as programmed).
+//                           mirroring/hwconfig (session: sessionId, srcIntf with direction,
+//                           srcAcl and aclType, targetIntf and the same options as programmed).
 //                           A configured session without a status is one the agent refused
 //                           for lack of hardware sessions: "not programmed: no room". An option
 //                           line appears only for options the session's entities carry.

@@ -86,6 +86,8 @@ ConfigSm::ConfigSm(Ptr<const Config> mirroringConfig, Ptr<Status> mirroringStatu
     if (auto record = cap->truncationDefault()) {
       truncationDefaultReactor_.on(record->truncationSize, [this] { handleTruncationSupported(); });
     }
+    // The sizes the hardware truncates to belong to the truncation capability as well.
+    capabilityReactor_.on(cap->truncationSizesSupported, [this](TruncationSize) { handleTruncationSupported(); });
     capabilityReactor_.on(cap->headerRemovalSupported, [this] { handleHeaderRemovalSupported(); });
     capabilityReactor_.on(cap->cpuDestSupported, [this] { handleCpuDestSupported(); });
     capabilityReactor_.on(cap->loopbackDestSupported, [this] { handleLoopbackDestSupported(); });
@@ -94,6 +96,10 @@ ConfigSm::ConfigSm(Ptr<const Config> mirroringConfig, Ptr<Status> mirroringStatu
     capabilityReactor_.on(cap->multiSessionForDestSupported, [this] { handleMultiSessionForDestSupported(); });
     capabilityReactor_.on(cap->multiSessionForSourceSupported, [this] { handleMultiSessionForSourceSupported(); });
     capabilityReactor_.on(cap->rxSamplingSupported, [this] { handleRxSamplingSupported(); });
+    capabilityReactor_.on(cap->sameIntfSrcAndDestSupported, [this] { handleSameIntfSrcAndDestSupported(); });
+    capabilityReactor_.on(cap->timestampWithTruncationSupported,
+                          [this] { handleTimestampWithTruncationSupported(); });
+    capabilityReactor_.on(cap->srcAclSupported, [this] { handleSrcAclSupported(); });
   }
   if (ethIntfStatusDir_) {
     intfReactor_.on(ethIntfStatusDir_->intfStatus, [this](const platform::IntfId& i) { handleEthIntfStatus(i); });
@@ -134,8 +140,9 @@ void ConfigSm::handleInitialized() {
   TRACE(1, *this, "::handleInitialized");
   mark();
   greTunnelBitMap_.assign(kGreTunnelNumMax, false);
-  defaultSessionConfigSm_ = make<DefaultSessionConfigSm>(mirroringConfig_->defaultSessionConfig(),
-                                                         mirroringHwConfig_->defaultSessionConfig(), mirroringStatus_);
+  defaultSessionConfigSm_ =
+      make<DefaultSessionConfigSm>(mirroringConfig_->defaultSessionConfig(), mirroringHwConfig_->defaultSessionConfig(),
+                                   mirroringStatus_, mirroringHwCapability_);
   if (forwardingModelInputDir_) {
     forwardingModelSm_ = mirroringForwardingModelSmFactory(mirroringStatus_, forwardingModelInputDir_);
   }
@@ -379,10 +386,10 @@ void ConfigSm::handleTruncationSupported() {
   PLATFORM_ASSERT(initialized());
   TRACE(1, *this, "::handleTruncationSupported", ": truncationSupported = ",
         capability(mirroringHwCapability_, [](const HwCapability& c) { return c.truncationSupported(); }));
-  if (mirroringHwCapability_) {
-    if (auto record = mirroringHwCapability_->truncationDefault()) {
-      mirroringHwConfig_->defaultSessionConfig()->truncationSize.set(record->truncationSize());
-    }
+  // The hardware's default size stands in the hardware defaults, unless the operator
+  // configured a default size; without the record the hardware default stays as it was.
+  if (mirroringHwCapability_ && mirroringHwCapability_->truncationDefault() && defaultSessionConfigSm_) {
+    defaultSessionConfigSm_->handleTruncationSize();
   }
   for (const auto& sm : snapshot(sessionSm_)) sm->handleTruncate();
 }
@@ -449,6 +456,38 @@ void ConfigSm::handleRxSamplingSupported() {
   TRACE(1, *this, "::handleRxSamplingSupported", ": rxSamplingSupported = ",
         capability(mirroringHwCapability_, [](const HwCapability& c) { return c.rxSamplingSupported(); }));
   for (const auto& sm : snapshot(sessionSm_)) sm->handleRxSampleRate();
+}
+
+void ConfigSm::handleSameIntfSrcAndDestSupported() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleSameIntfSrcAndDestSupported", ": sameIntfSrcAndDestSupported = ",
+        capability(mirroringHwCapability_, [](const HwCapability& c) { return c.sameIntfSrcAndDestSupported(); }));
+  // Both rules read it: sources first, as an interface status change does.
+  for (const auto& sm : snapshot(sessionSm_)) {
+    sm->handleSource();
+    sm->handleDest();
+  }
+}
+
+void ConfigSm::handleTimestampWithTruncationSupported() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleTimestampWithTruncationSupported", ": timestampWithTruncationSupported = ",
+        capability(mirroringHwCapability_,
+                   [](const HwCapability& c) { return c.timestampWithTruncationSupported(); }));
+  // Nothing to program; hardware that stops keeping timestamps reports what truncates them.
+  for (const auto& sm : snapshot(sessionSm_)) sm->checkTimestampMode();
+}
+
+void ConfigSm::handleSrcAclSupported() {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::handleSrcAclSupported", ": srcAclSupported = ",
+        capability(mirroringHwCapability_, [](const HwCapability& c) { return c.srcAclSupported(); }));
+  // Filters that waited for the next rewrite get it now.
+  for (const auto& sm : snapshot(sessionSm_)) {
+    bool filtered = false;
+    for (const auto& [intf, src] : sm->session()->srcIntf) filtered = filtered || !src->srcAcl().empty();
+    if (filtered) sm->doMaybeUpdateHwConfig();
+  }
 }
 
 void ConfigSm::handleMirrorDeviceName(const std::string& name) {

@@ -100,8 +100,12 @@ void checkIntfTimestampModeAndLog(const ConfigSm& configSm, const Ptr<const Inte
 // --- DefaultSessionConfigSm ------------------------------------------------------------------
 
 DefaultSessionConfigSm::DefaultSessionConfigSm(Ptr<const DefaultSessionConfig> config,
-                                               Ptr<DefaultSessionConfig> hwConfig, Ptr<Status> status)
-    : config_(std::move(config)), hwConfig_(std::move(hwConfig)), status_(std::move(status)) {
+                                               Ptr<DefaultSessionConfig> hwConfig, Ptr<Status> status,
+                                               Ptr<const HwCapability> capability)
+    : config_(std::move(config)),
+      hwConfig_(std::move(hwConfig)),
+      status_(std::move(status)),
+      capability_(std::move(capability)) {
   if (config_) {
     reactor_.on(config_->grePayloadType, [this] { handleGrePayloadType(); });
     reactor_.on(config_->greMetadata, [this](const MetadataElementType& e) { handleGreMetadata(e); });
@@ -179,7 +183,14 @@ void DefaultSessionConfigSm::handlePortMirroringDisabled() {
 void DefaultSessionConfigSm::handleTruncationSize() {
   PLATFORM_ASSERT(initialized());
   TRACE(1, *this, "::handleTruncationSize");
-  if (config_ && hwConfig_) hwConfig_->truncationSize.set(config_->truncationSize());
+  if (!config_ || !hwConfig_) return;
+  // A configured default size is the operator's; left unset, the hardware's own default size
+  // (published with the truncation capability) is the one sessions without a size get.
+  TruncationSize size = config_->truncationSize();
+  if (size == TruncationSize::truncationSizeDefault && capability_) {
+    if (auto record = capability_->truncationDefault()) size = record->truncationSize();
+  }
+  hwConfig_->truncationSize.set(size);
 }
 
 // --- EthIntfStatusSm -------------------------------------------------------------------------

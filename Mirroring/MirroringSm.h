@@ -71,11 +71,13 @@ void checkIntfTimestampModeAndLog(const ConfigSm& configSm, const Ptr<const Inte
 
 // --- followers -------------------------------------------------------------------------------
 
-// Copies the configured session defaults into the hardware defaults and the status.
+// Copies the configured session defaults into the hardware defaults and the status. The
+// capability, when given, supplies the hardware's own truncation size for a configuration that
+// leaves the default size unset.
 class DefaultSessionConfigSm : public platform::RefCounted {
  public:
   DefaultSessionConfigSm(Ptr<const DefaultSessionConfig> config, Ptr<DefaultSessionConfig> hwConfig,
-                         Ptr<Status> status);
+                         Ptr<Status> status, Ptr<const HwCapability> capability = nullptr);
   void handleInitialized();
   void handleGrePayloadType();
   void handleGreMetadata(MetadataElementType element);
@@ -89,6 +91,7 @@ class DefaultSessionConfigSm : public platform::RefCounted {
   Ptr<const DefaultSessionConfig> config_;
   Ptr<DefaultSessionConfig> hwConfig_;
   Ptr<Status> status_;
+  Ptr<const HwCapability> capability_;
   platform::Reactor reactor_;
   bool initialized_ = false;
 };
@@ -142,7 +145,9 @@ class SourceIntfSm : public platform::RefCounted {
   void handleDirection();
   void handleSrcAcl();
   void handlePriority();
-  void handleAclConfig(const std::string& aclName);
+  // One ACL of one type changed; only the ACL this source filters with concerns it.
+  void handleAclConfig(Acl::AclType type, const std::string& aclName);
+  void handleAclConfig(const std::string& aclName) { handleAclConfig(srcIntf_->aclType(), aclName); }
   const std::string& name() const { return srcIntf_->name(); }
   const Ptr<const SrcIntf>& srcIntf() const { return srcIntf_; }
   bool initialized() const { return initialized_; }
@@ -204,6 +209,14 @@ class SessionSm : public platform::RefCounted {
   void handleTxGreMetadataEnabled();
   void handleSecureMonitor();
   void handleIsInternalOrOwner();
+  // Reports destinations whose timestamps this session's truncation would destroy.
+  void checkTimestampMode();
+  // The ACL a source filters with changed: the source's hardware entry is written afresh, so
+  // that the hardware reprograms the filter even though the entry names the same ACL.
+  void doRefreshSrcAcl(const std::string& src);
+  // Whether an IPv6 ACL on `src` is refused because an earlier source of the session (in
+  // interface order) holds the session's one IPv6 mirroring ACL.
+  bool ipv6AclTaken(const std::string& src) const;
   void mark();
   void sweep();
   void doPrepareToDie();
@@ -221,6 +234,9 @@ class SessionSm : public platform::RefCounted {
   // The GRE tunnel interface this session's key (its drop key, for a companion) maps to.
   platform::IntfId resolvedGreIntf() const;
   const HwCapability* capability() const;
+  // Brings the sources' statuses in line with the one-IPv6-ACL rule; true when it wrote one
+  // (the nested rewrite then did the rest).
+  bool reviewIpv6AclSources();
 
   std::string name_;
   Ptr<const Session> session_;
@@ -234,6 +250,7 @@ class SessionSm : public platform::RefCounted {
   platform::IntfId prevDropGreIntfId_;
   std::set<std::string> activeDest_;
   std::map<std::string, Ptr<SourceIntfSm>> srcIntfSm_;
+  std::set<std::string> srcAclRefresh_;
   std::set<std::string> staleSrcOperStatus_, staleTargetOperStatus_, staleSrcIntfInHwConfig_,
       staleTargetIntfInHwConfig_;
   platform::Reactor reactor_;
@@ -314,6 +331,11 @@ class ConfigSm : public platform::RefCounted {
   void handleMultiSessionForDestSupported();
   void handleMultiSessionForSourceSupported();
   void handleRxSamplingSupported();
+  // Capability attributes beyond the session limit and the table above: each re-evaluates
+  // what it changes.
+  void handleSameIntfSrcAndDestSupported();
+  void handleTimestampWithTruncationSupported();
+  void handleSrcAclSupported();
   void handleMirrorDeviceName(const std::string& name);
   void handleMirrorDeviceName();
 

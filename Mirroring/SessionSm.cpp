@@ -78,6 +78,12 @@ void SessionSm::handleInitialized() {
   }
   sessionStatus_->mirrorDeviceName.set(deviceName);
   mark();
+  // The destinations an earlier run published as active keep their places: on hardware with
+  // one destination per session the destination that won must not be challenged again by one
+  // evaluated before it.
+  for (const auto& [dest, status] : sessionStatus_->targetOperStatus) {
+    if (status.isActive() && session_->targetIntf.contains(dest)) activeDest_.insert(dest);
+  }
   handleSource();
   handleDest();
   handleTruncate();
@@ -146,11 +152,49 @@ void SessionSm::handleSource(const std::string& name) {
     srcIntfSm_.erase(name);
   }
   doUpdateSrcStatus(name, status);
-  if (wasActive && !status.isActive()) configSm_->handleSourceDeactivation(name_, name);
+  // What was written may be a refusal the computed status did not know of (one IPv6 ACL).
+  if (wasActive && !sessionStatus_->srcOperStatus.get(name).isActive()) {
+    configSm_->handleSourceDeactivation(name_, name);
+  }
   configSm_->maybeUpdateSrcLagMemberState(name);
 }
 
-void SessionSm::doUpdateSrcStatus(const std::string& name, const OperStatus& status) {
+bool SessionSm::ipv6AclTaken(const std::string& src) const {
+  auto hasIpv6Acl = [](const Ptr<const SrcIntf>& entry) {
+    return entry && !entry->srcAcl().empty() && entry->aclType() == Acl::aclTypeIpv6;
+  };
+  if (!hasIpv6Acl(session_->srcIntf.get(src))) return false;
+  for (const auto& [other, entry] : session_->srcIntf) {
+    if (other == src) return false;  // only sources before this one count
+    if (hasIpv6Acl(entry) && sessionStatus_->srcOperStatus.get(other).isActive()) return true;
+  }
+  return false;
+}
+
+bool SessionSm::reviewIpv6AclSources() {
+  for (const auto& src : session_->srcIntf.keys()) {
+    const OperStatus published = sessionStatus_->srcOperStatus.get(src);
+    const bool taken = ipv6AclTaken(src);
+    if (published.isActive() && taken) {
+      TRACE(2, "Session ", name_, " source ", src, ": the session's IPv6 mirroring ACL is taken");
+      doUpdateSrcStatus(src, OperStatus::inactive(reason::multipleIpv6Acls));
+      configSm_->handleSourceDeactivation(name_, src);
+      return true;
+    }
+    if (!taken && published.state == OperState::inactive && published.reason == reason::multipleIpv6Acls) {
+      // The source that held the session's IPv6 ACL let go of it (or this one no longer
+      // filters with one): judged again by the ordinary rules.
+      TRACE(2, "Session ", name_, " source ", src, ": the session's IPv6 mirroring ACL is free");
+      doUpdateSrcStatus(src, getSrcOperStatus(*configSm_, session_, src));
+      return true;
+    }
+  }
+  return false;
+}
+
+void SessionSm::doUpdateSrcStatus(const std::string& name, const OperStatus& requested) {
+  OperStatus status = requested;
+  if (status.isActive() && ipv6AclTaken(name)) status = OperStatus::inactive(reason::multipleIpv6Acls);
   TRACE(2, *this, " source ", name, " status ", status);
   if (status.state != OperState::unknown) {
     sessionStatus_->srcOperStatus.set(name, status);
@@ -356,9 +400,31 @@ void SessionSm::updateHwConfigTargetIntf(const platform::IntfId& intf, bool drop
 
 // --- the hardware copy -----------------------------------------------------------------------
 
+namespace {
+
+// The truncation size the hardware is given for the one a session asks for: the size itself
+// when the hardware lists it; else the smallest listed size above it, so that every byte the
+// operator wanted to see is kept; else the largest listed size. Hardware that lists no sizes
+// truncates to its own default only.
+TruncationSize supportedTruncationSize(TruncationSize requested, const HwCapability* cap) {
+  if (requested == TruncationSize::truncationSizeDefault || !cap) return TruncationSize::truncationSizeDefault;
+  if (cap->truncationSizesSupported.contains(requested)) return requested;
+  TruncationSize largest = TruncationSize::truncationSizeDefault;
+  for (const TruncationSize size : cap->truncationSizesSupported) {  // ascending
+    if (size == TruncationSize::truncationSizeDefault) continue;
+    if (size > requested) return size;
+    largest = size;
+  }
+  return largest;
+}
+
+}  // namespace
+
 void SessionSm::doMaybeUpdateHwConfig() {
   auto hwConfig = configSm_->mirroringHwConfig();
+  if (reviewIpv6AclSources()) return;
   if (!hasActiveDestination()) {
+    srcAclRefresh_.clear();  // a new hardware copy is written whole anyway
     if (hwConfig->session.contains(name_)) {
       TRACE(2, "Deleting HwConfig for session ", name_);
       hwConfig->sessionDel(name_);
@@ -408,37 +474,36 @@ void SessionSm::doMaybeUpdateHwConfig() {
   hw->greTimestampingEnabled.set(session_->greTimestampingEnabled());
   hw->portMirroringDisabled.set(session_->portMirroringDisabled());
 
-  // Sources: active ones with their direction and filter; one IPv6 ACL per session.
-  bool ip6AclTaken = false;
+  // Sources: active ones with their direction and filter. The one-IPv6-ACL rule was applied
+  // to their statuses above, so an active source is one the hardware may take.
   for (const auto& srcName : session_->srcIntf.keys()) {
     auto src = session_->srcIntf.get(srcName);
     if (!sessionStatus_->srcOperStatus.get(srcName).isActive()) {
       hw->srcIntfDel(srcName);
       continue;
     }
-    const bool ip6Acl = !src->srcAcl().empty() && src->aclType() == Acl::aclTypeIpv6;
-    if (ip6Acl && ip6AclTaken) {
-      hw->srcIntfDel(srcName);
-      doUpdateSrcStatus(srcName, OperStatus::inactive(reason::multipleIpv6Acls));
-      configSm_->handleSourceDeactivation(name_, srcName);
-      return;  // the nested update rewrote the whole session
+    if (srcAclRefresh_.erase(srcName) && hw->srcIntf.contains(srcName)) {
+      // The filter's content changed under the same name: a fresh entry makes the hardware
+      // read it again.
+      TRACE(2, "Session: ", name_, " refreshing srcIntf ", srcName, " for ACL ", src->srcAcl());
+      auto fresh = platform::make<SrcIntf>(srcName, src->direction());
+      fresh->aclType.set(src->aclType());
+      fresh->srcAcl.set(src->srcAcl());
+      fresh->aclPriority.set(src->aclPriority());
+      hw->srcIntf.insert(srcName, fresh);
     }
-    ip6AclTaken = ip6AclTaken || ip6Acl;
     Ptr<SrcIntf> hwSrc = hw->srcIntfIs(srcName, src->direction());
     hwSrc->aclType.set(src->aclType());
     hwSrc->srcAcl.set(src->srcAcl());
     hwSrc->aclPriority.set(src->aclPriority());
     staleSrcIntfInHwConfig_.erase(srcName);
   }
+  srcAclRefresh_.clear();
 
   // Truncation and header removal, as far as the hardware does them.
   const bool truncationSupported = cap && cap->truncationSupported();
   hw->truncate.set(session_->truncate() && truncationSupported);
-  TruncationSize size = session_->truncationSize();
-  if (size != TruncationSize::truncationSizeDefault && !(cap && cap->truncationSizesSupported.contains(size))) {
-    size = TruncationSize::truncationSizeDefault;  // the hardware's own default instead
-  }
-  hw->truncationSize.set(size);
+  hw->truncationSize.set(supportedTruncationSize(session_->truncationSize(), cap));
   hw->headerRemovalSize.set(cap && cap->headerRemovalSupported() ? session_->headerRemovalSize()
                                                                   : HeaderRemovalSize::headerRemovalNone);
 
@@ -481,12 +546,26 @@ void SessionSm::handleTruncate() {
   }
   sessionStatus_->truncateOperStatus.set(status);
   doMaybeUpdateHwConfig();
-  if ((cap && cap->timestampWithTruncationSupported()) || !status.isActive()) return;
+  checkTimestampMode();
+}
+
+void SessionSm::checkTimestampMode() {
+  PLATFORM_ASSERT(initialized());
+  const HwCapability* cap = capability();
+  // Only truncation that is done destroys timestamps: requested but unsupported is none.
+  if ((cap && cap->timestampWithTruncationSupported()) || !sessionStatus_->truncateOperStatus().isActive()) return;
   auto ethDir = configSm_->ethIntfStatusDir();
   for (const auto& dest : session_->targetIntf.keys()) {
     const platform::IntfId intf(dest);
     checkIntfTimestampModeAndLog(*configSm_, ethDir ? ethDir->intfStatus.get(intf) : nullptr, intf, name_);
   }
+}
+
+void SessionSm::doRefreshSrcAcl(const std::string& src) {
+  PLATFORM_ASSERT(initialized());
+  TRACE(1, *this, "::doRefreshSrcAcl", "( ", src, " )");
+  srcAclRefresh_.insert(src);
+  doMaybeUpdateHwConfig();
 }
 
 #define MIRRORING_OPTION_HANDLER(handler)   \

@@ -2,6 +2,7 @@
 // ACLs themselves, reach the source's operational status and the session's hardware copy.
 #include <ostream>
 #include <string>
+#include <utility>
 
 #include "Mirroring/MirroringSm.h"
 #include "platform/Assert.h"
@@ -25,9 +26,14 @@ SourceIntfSm::SourceIntfSm(Ptr<const SrcIntf> srcIntf, Ptr<const Config> config,
   PLATFORM_ASSERT(sessionSm_);
   reactor_.on(srcIntf_->direction, [this] { handleDirection(); });
   reactor_.on(srcIntf_->srcAcl, [this] { handleSrcAcl(); });
+  // The filter is the ACL's type and name together: a new type with the same name is a new
+  // filter as much as a new name is.
+  reactor_.on(srcIntf_->aclType, [this] { handleSrcAcl(); });
   reactor_.on(srcIntf_->aclPriority, [this] { handlePriority(); });
-  for (const auto& typeConfig : {aclConfig_, ip6AclConfig_, macAclConfig_}) {
-    if (typeConfig) reactor_.on(typeConfig->acl, [this](const std::string& acl) { handleAclConfig(acl); });
+  for (const auto& [typeConfig, type] : {std::pair{aclConfig_, Acl::aclTypeIp}, std::pair{ip6AclConfig_, Acl::aclTypeIpv6},
+                                         std::pair{macAclConfig_, Acl::aclTypeMac}}) {
+    if (!typeConfig) continue;
+    reactor_.on(typeConfig->acl, [this, type](const std::string& acl) { handleAclConfig(type, acl); });
   }
   // The session files the follower first and then runs handleInitialized.
 }
@@ -40,7 +46,7 @@ void SourceIntfSm::handleInitialized() {
 
 void SourceIntfSm::handleDirection() {
   PLATFORM_ASSERT(initialized());
-  TRACE(1, *this, "::handleDirection");
+  TRACE(2, *this, "::handleDirection");
   ConfigSm& configSm = *sessionSm_->configSm();
   const std::string& intf = name();
   const OperStatus prev = sessionSm_->sessionStatus() ? sessionSm_->sessionStatus()->srcOperStatus.get(intf)
@@ -75,7 +81,12 @@ void SourceIntfSm::handleSrcAcl() {
   const auto& capability = configSm.mirroringHwCapability();
   // Without ACL-filtered sources the filter only reaches the hardware with the next rewrite.
   if (!capability || !capability->srcAclSupported()) return;
-  if (srcIntf_->aclType() == Acl::aclTypeIpv6) return;
+  if (srcIntf_->aclType() == Acl::aclTypeIpv6) {
+    // An IPv6 filter's status is the hardware writer's business (one IPv6 mirroring ACL per
+    // session); the rewrite applies that rule and carries the filter.
+    sessionSm_->doMaybeUpdateHwConfig();
+    return;
+  }
 
   const std::string& intf = name();
   const OperStatus published =
@@ -113,12 +124,14 @@ void SourceIntfSm::handlePriority() {
   sessionSm_->doMaybeUpdateHwConfig();
 }
 
-void SourceIntfSm::handleAclConfig(const std::string& aclName) {
+void SourceIntfSm::handleAclConfig(Acl::AclType type, const std::string& aclName) {
   PLATFORM_ASSERT(initialized());
   TRACE(1, *this, "::handleAclConfig( ", aclName, " )");
-  // The hardware entry refers to the filter by name; other ACLs do not concern this source.
-  if (aclName.empty() || aclName != srcIntf_->srcAcl()) return;
-  sessionSm_->doMaybeUpdateHwConfig();
+  // Other ACLs, also one of another type under the same name, do not concern this source.
+  if (aclName.empty() || aclName != srcIntf_->srcAcl() || type != srcIntf_->aclType()) return;
+  // The hardware entry refers to the filter by name: it is written afresh so that the
+  // hardware reads the changed rules.
+  sessionSm_->doRefreshSrcAcl(name());
 }
 
 }  // namespace Mirroring

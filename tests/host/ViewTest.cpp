@@ -283,6 +283,164 @@ TEST(View, MonitorSessionsJoinConfigurationStatusAndHardwareBySession) {
             "  Ethernet9    inactive  Interface Mode Conflict\n");
 }
 
+// A source with its filter, as the hardware copy holds it.
+struct FilteredSrcIntf : platform::EntityOf<FilteredSrcIntf> {
+  static constexpr const char* typeName = "ViewTest::FilteredSrcIntf";
+  explicit FilteredSrcIntf(const std::string& k) { name.set(k); }
+  Attr<std::string> name{this};
+  Attr<std::string> direction{this, "rx"};
+  Attr<std::string> srcAcl{this};
+  Attr<std::string> aclType{this, "aclTypeIp"};
+  template <class D>
+  void fields(D& d) {
+    d.key("name", name);
+    d("direction", direction);
+    d("srcAcl", srcAcl);
+    d("aclType", aclType);
+  }
+};
+
+// A session with its options, the fields the view reads; enumerators are their names.
+struct OptionSession : platform::EntityOf<OptionSession> {
+  static constexpr const char* typeName = "ViewTest::OptionSession";
+  explicit OptionSession(const std::string& k) { name.set(k); }
+  Attr<std::string> name{this};
+  Coll<std::string, Ptr<FilteredSrcIntf>> srcIntf{this};
+  Set<std::string> targetIntf{this};
+  Attr<int32_t> sessionId{this};
+  Attr<std::string> truncationSize{this, "truncationSizeDefault"};
+  Attr<std::string> headerRemovalSize{this, "headerRemovalNone"};
+  Attr<uint32_t> rxSampleRate{this};
+  Attr<uint64_t> mirrorRateLimitInBps{this};
+  Attr<std::string> mirrorRateLimitChip{this};
+  Coll<std::string, bool> greMetadata{this};
+  Attr<std::string> grePayloadType{this, "payloadTypeUnset"};
+  Attr<bool> greTimestampingEnabled{this};
+  Attr<bool> txGreMetadataEnabled{this};
+  template <class D>
+  void fields(D& d) {
+    d.key("name", name);
+    d("srcIntf", srcIntf);
+    d("targetIntf", targetIntf);
+    d("sessionId", sessionId);
+    d("truncationSize", truncationSize);
+    d("headerRemovalSize", headerRemovalSize);
+    d("rxSampleRate", rxSampleRate);
+    d("mirrorRateLimitInBps", mirrorRateLimitInBps);
+    d("mirrorRateLimitChip", mirrorRateLimitChip);
+    d("greMetadata", greMetadata);
+    d("grePayloadType", grePayloadType);
+    d("greTimestampingEnabled", greTimestampingEnabled);
+    d("txGreMetadataEnabled", txGreMetadataEnabled);
+  }
+};
+
+struct OptionConfig : platform::EntityOf<OptionConfig> {
+  static constexpr const char* typeName = "ViewTest::OptionConfig";
+  Coll<std::string, Ptr<OptionSession>> session{this};
+  template <class D>
+  void fields(D& d) {
+    d("session", session);
+  }
+};
+
+struct OptionStatus : platform::EntityOf<OptionStatus> {
+  static constexpr const char* typeName = "ViewTest::OptionStatus";
+  Coll<std::string, Ptr<SessionStatus>> sessionStatus{this};
+  Attr<std::string> grePayloadType{this, "payloadTypeUnset"};
+  template <class D>
+  void fields(D& d) {
+    d("sessionStatus", sessionStatus);
+    d("grePayloadType", grePayloadType);
+  }
+};
+
+// The label/value lines of one session's block.
+std::string sessionFields(const std::string& view, const std::string& session) {
+  std::istringstream in(view.substr(view.find("Session " + session + "\n")));
+  std::string line, out;
+  std::getline(in, line);
+  while (std::getline(in, line) && line.find(':') != std::string::npos && !line.starts_with("Session ")) {
+    out += line + "\n";
+  }
+  return out;
+}
+
+TEST(View, SessionOptionsShowWhatIsConfiguredAndWhereTheHardwareDiffers) {
+  platform::Database db;
+  auto config = mount<OptionConfig>(db, "mirroring/config");
+  auto status = mount<OptionStatus>(db, "mirroring/status");
+  auto hw = mount<OptionConfig>(db, "mirroring/hwconfig");
+  status->grePayloadType.set("payloadTypeFullPacket");
+
+  // A GRE session that asked for more than the hardware does.
+  auto g = config->session.is("g");
+  g->targetIntf.insert("Gre0");
+  g->truncationSize.set("truncationSize160");
+  g->headerRemovalSize.set("headerRemoval8");
+  g->rxSampleRate.set(1000);
+  g->mirrorRateLimitInBps.set(2'000'000'000);
+  g->mirrorRateLimitChip.set("chip1");
+  g->greMetadata.set("switchId", true);
+  g->greMetadata.set("vlan", true);
+  g->greTimestampingEnabled.set(true);
+  auto gs = status->sessionStatus.is("g");
+  gs->truncateOperStatus.set(active());
+  gs->targetOperStatus.set("Gre1", active());
+  gs->mirrorDeviceName.set("mirror3");
+  auto ghw = hw->session.is("g");
+  ghw->targetIntf.insert("Gre1");
+  ghw->sessionId.set(3);
+  ghw->truncationSize.set("truncationSize192");
+  ghw->rxSampleRate.set(1);
+  ghw->mirrorRateLimitInBps.set(2'000'000'000);
+  ghw->grePayloadType.set("payloadTypeInnerPacket");
+  ghw->srcIntf.is("Ethernet1");
+  auto filtered = ghw->srcIntf.is("Ethernet2");
+  filtered->srcAcl.set("v6-a");
+  filtered->aclType.set("aclTypeIpv6");
+  // A GRE session not programmed: the default payload is the status's.
+  auto q = config->session.is("q");
+  q->targetIntf.insert("Gre0");
+  q->mirrorRateLimitInBps.set(1'500'000);
+  status->sessionStatus.is("q")->truncateOperStatus.set(inactive("Not Supported"));
+  // A port session: no GRE line, no header removal line.
+  auto p = config->session.is("p");
+  p->targetIntf.insert("Ethernet5");
+  p->rxSampleRate.set(64);
+  status->sessionStatus.is("p")->truncateOperStatus.set(inactive("Not Configured"));
+
+  const std::string view = host::renderView(db);
+  EXPECT_EQ(sessionFields(view, "g"),
+            "  Status:            programmed\n"
+            "  Mirror device:     mirror3\n"
+            "  Truncation:        active, 192 bytes (configured 160 bytes)\n"
+            "  Sampling:          1 in 1000 (programmed: off)\n"
+            "  Rate limit:        2 Gbps on chip1\n"
+            "  Header removal:    8 bytes (programmed: none)\n"
+            "  GRE options:       payload default (inner packet); metadata switchId, vlan; timestamping on; tx "
+            "metadata off\n"
+            "  Hardware session:  3\n"
+            "  Hardware sources:  Ethernet1 (rx), Ethernet2 (rx, ipv6 ACL v6-a)\n"
+            "  Hardware targets:  Gre1\n")
+      << view;
+  EXPECT_EQ(sessionFields(view, "q"),
+            "  Status:            not programmed: no active destination\n"
+            "  Mirror device:     -\n"
+            "  Truncation:        inactive (Not Supported)\n"
+            "  Sampling:          off\n"
+            "  Rate limit:        1500 kbps\n"
+            "  GRE options:       payload default (full packet); metadata none; timestamping off; tx metadata off\n")
+      << view;
+  EXPECT_EQ(sessionFields(view, "p"),
+            "  Status:            not programmed: no active destination\n"
+            "  Mirror device:     -\n"
+            "  Truncation:        inactive (Not Configured)\n"
+            "  Sampling:          1 in 64\n"
+            "  Rate limit:        none\n")
+      << view;
+}
+
 TEST(View, WithoutTheHardwareCopyAnActiveDestinationMeansProgrammed) {
   platform::Database db;
   auto status = mount<Status>(db, "mirroring/status");

@@ -299,6 +299,50 @@ TEST_F(TimestampTruncationTest, MemberTimestampModeFallsBackToTheEthernetStatus)
                                      "Ethernet3", "member of mirror destination Port-Channel10", "s1")});
 }
 
+// The session side: truncation that starts being done, a destination that becomes active and
+// hardware that stops keeping timestamps each report the destinations that timestamp.
+TEST_F(TimestampTruncationTest, ReportedWhenTruncationIsDoneOnADestinationThatTimestamps) {
+  capability->truncationSupported.set(false);
+  capability->multiDestSupported.set(true);
+  ethUp("Ethernet1");
+  ethUp("Ethernet2", Interface::timestampModeHeader);
+  ethUp("Port-Channel10");
+  lagStatus->intfStatusIs(IntfId("Port-Channel10"))->hwActive.set(true);
+  member("Ethernet3", "Port-Channel10", Interface::timestampModeHeader);
+  member("Ethernet4", "Port-Channel10", Interface::timestampModeDisabled);
+  member("Ethernet5", "Port-Channel10", Interface::timestampModeBeforeFcs);
+  start();
+  auto s1 = session("s1", "Ethernet1", Direction::rx, "Ethernet2");
+  s1->targetIntfIs("Port-Channel10");
+  s1->truncate.set(true);
+  EXPECT_TRUE(timestampMessages().empty()) << "truncation requested but not done destroys nothing";
+
+  const std::string role = "member of mirror destination Port-Channel10";
+  const std::vector<std::string> all = {timestampText("Ethernet2", "mirror destination", "s1"),
+                                        timestampText("Ethernet3", role, "s1"), timestampText("Ethernet5", role, "s1")};
+  capability->truncationSupported.set(true);
+  EXPECT_EQ(timestampMessages(), all);
+
+  capture->clear();
+  eth->intfStatus.get(IntfId("Ethernet2"))->hwActive.set(false);
+  EXPECT_TRUE(timestampMessages().empty()) << "a destination that stops being active is no concern";
+  eth->intfStatus.get(IntfId("Ethernet2"))->hwActive.set(true);
+  EXPECT_EQ(timestampMessages(), std::vector<std::string>{all[0]});
+
+  capture->clear();
+  capability->timestampWithTruncationSupported.set(true);
+  EXPECT_TRUE(timestampMessages().empty());
+  capability->timestampWithTruncationSupported.set(false);
+  EXPECT_EQ(timestampMessages(), all);
+
+  // The second message of the pair is registered although nothing raises it.
+  const sl::Message* notSupported = sl::findDefinition("MIRRORING_TRUNCATION_NOT_SUPPORTED");
+  ASSERT_NE(notSupported, nullptr);
+  EXPECT_EQ(notSupported->severity(), sl::Severity::warning);
+  EXPECT_EQ(notSupported->format(),
+            "Truncation is not supported on monitor session %s's source ports that are on forwarding chip %s. %s");
+}
+
 TEST_F(TimestampTruncationTest, HardwareThatKeepsTimestampsWithTruncationNeverReports) {
   capability->timestampWithTruncationSupported.set(true);
   ethUp("Ethernet1");

@@ -600,9 +600,9 @@ TEST(OperStatusTest, MultiplePortsRule) {
   }
 }
 
-// The review functions re-evaluate exactly the sessions that use an interface. The hardware
-// capability to share an interface between a source and a destination is one input that does
-// not re-evaluate anything by itself, so the reviews are what turns it into new statuses.
+// The capability to share an interface between a source and a destination re-evaluates every
+// session; the review functions re-evaluate exactly the sessions that use one interface in one
+// role.
 TEST(OperStatusTest, ReviewsReevaluateUsers) {
   World w;
   w.cap->maxSupportedSessions.set(8);
@@ -619,20 +619,23 @@ TEST(OperStatusTest, ReviewsReevaluateUsers) {
   EXPECT_EQ(w.publishedDest("b", "Ethernet1"), inactive("Source Conflict"));
   EXPECT_EQ(w.publishedSrc("c", "Ethernet2"), inactive("Destination Conflict"));
 
+  // Ethernet2 is a's destination and may be c's rx source too; Ethernet1 is a's rx source and
+  // may be b's destination. b's own source still overlaps a's.
   w.cap->sameIntfSrcAndDestSupported.set(true);
-  ASSERT_EQ(w.publishedSrc("c", "Ethernet2"), inactive("Destination Conflict"));
-  ASSERT_EQ(w.publishedDest("b", "Ethernet1"), inactive("Source Conflict"));
-
-  // Ethernet2 is a's destination and c's source: only c's source changes.
-  Mirroring::reviewSourceIntfs(*w.sm, IntfId("Ethernet2"));
   EXPECT_EQ(w.publishedSrc("c", "Ethernet2"), kActive);
   EXPECT_EQ(w.publishedDest("a", "Ethernet2"), kActive);
-
-  // Ethernet1 as a destination of b: a's source is rx only, so b may mirror to it now. The
-  // source review leaves it alone.
-  Mirroring::reviewSourceIntfs(*w.sm, IntfId("Ethernet1"));
-  EXPECT_EQ(w.publishedDest("b", "Ethernet1"), inactive("Source Conflict"));
+  EXPECT_EQ(w.publishedDest("b", "Ethernet1"), kActive);
   EXPECT_EQ(w.publishedSrc("b", "Ethernet1"), inactive("Source Conflict"));
+
+  // Statuses made stale by hand are put right only by the review of their interface and role.
+  w.publishSrc("c", "Ethernet2", inactive("Interface Mode Conflict"));
+  w.publishDest("b", "Ethernet1", inactive("Interface Mode Conflict"));
+  Mirroring::reviewDestIntfs(*w.sm, IntfId("Ethernet2"));
+  Mirroring::reviewSourceIntfs(*w.sm, IntfId("Ethernet1"));
+  EXPECT_EQ(w.publishedSrc("c", "Ethernet2"), inactive("Interface Mode Conflict"));
+  EXPECT_EQ(w.publishedDest("b", "Ethernet1"), inactive("Interface Mode Conflict"));
+  Mirroring::reviewSourceIntfs(*w.sm, IntfId("Ethernet2"));
+  EXPECT_EQ(w.publishedSrc("c", "Ethernet2"), kActive);
   Mirroring::reviewDestIntfs(*w.sm, IntfId("Ethernet1"));
   EXPECT_EQ(w.publishedDest("b", "Ethernet1"), kActive);
   EXPECT_EQ(w.publishedSrc("a", "Ethernet1"), kActive);

@@ -447,14 +447,19 @@ TEST_F(MirroringScenario, ARestartAnywhereInTheStreamEndsInTheSameStates) {
   }
 }
 
-// --- the example ---------------------------------------------------------------------------
+// --- the examples --------------------------------------------------------------------------
+
+const fs::path kExample = fs::path(SOURCE_DIR) / "examples" / "switch";
+
+// The lines of one of the example's change streams, without comments, blank lines and views
+// (the view is for people).
+std::vector<std::string> exampleStream(const std::string& file) { return streamOf(kExample / file); }
 
 // examples/switch, as its README tells it: every line accepted, the refusals, a restart that
 // writes nothing, and nothing left at the end.
 TEST_F(MirroringScenario, TheExampleSwitchRunsAsItsReadmeTells) {
-  const fs::path example = fs::path(SOURCE_DIR) / "examples" / "switch";
-  const Json state = Json::parse(readFile(example / "state.json"));
-  const std::vector<std::string> stream = streamOf(example / "changes.jsonl");
+  const Json state = Json::parse(readFile(kExample / "state.json"));
+  const std::vector<std::string> stream = exampleStream("changes.jsonl");
   Outcome o = runScenario(state, stream);
   std::vector<std::string> refused;
   for (const auto& line : o.syslog) refused.push_back(line.value("text", ""));
@@ -476,9 +481,133 @@ TEST_F(MirroringScenario, TheExampleSwitchRunsAsItsReadmeTells) {
   EXPECT_TRUE(upTo.out == before.out) << firstDifference(before.out, upTo.out);
 }
 
-// --- known gaps of the agent -----------------------------------------------------------------
-// The cases below end differently with and without a restart. They are disabled until the
-// agent handles them (run with --gtest_also_run_disabled_tests).
+// examples/switch/options.jsonl, step by step as its README tells it, with a dump after every
+// line; then the same stream with a restart before any one line ends in the same states.
+TEST_F(MirroringScenario, TheOptionsWalkthroughRunsAsItsReadmeTells) {
+  const Json state = Json::parse(readFile(kExample / "state.json"));
+  const std::vector<std::string> stream = exampleStream("options.jsonl");
+  ASSERT_EQ(stream.back(), kRestart);
+  auto withDumps = [&](std::optional<std::size_t> restartAt) {
+    std::vector<std::string> out;
+    for (std::size_t i = 0; i < stream.size(); ++i) {
+      if (restartAt == i) out.push_back(kRestart);
+      out.push_back(stream[i]);
+      out.push_back(kDump);
+    }
+    return out;
+  };
+  Outcome o = runScenario(state, withDumps(std::nullopt));
+  ASSERT_EQ(o.dumps.size(), stream.size() + 1);
+  // The dump after the first line that holds `text` (and the one before it).
+  auto lineOf = [&](const std::string& text) {
+    auto it = std::find_if(stream.begin(), stream.end(), [&](const std::string& l) { return l.find(text) != l.npos; });
+    EXPECT_NE(it, stream.end()) << text;
+    return std::size_t(it - stream.begin());
+  };
+  auto after = [&](const std::string& text) { return o.dumps[lineOf(text)]; };
+  auto before = [&](const std::string& text) { return o.dumps[lineOf(text) - 1]; };
+  auto session = [](Json dump, const char* mount, const std::string& name) {
+    return dump[mount][mount == std::string(kStatus) ? "sessionStatus" : "session"][name];
+  };
+
+  // Truncation to a size the hardware does not list: the next listed one; then hardware
+  // without truncation.
+  Json truncating = after("truncationSize160");
+  EXPECT_EQ(session(truncating, kStatus, "a-web")["truncateOperStatus"], kActive);
+  EXPECT_EQ(session(truncating, kHwConfig, "a-web")["truncate"], true);
+  EXPECT_EQ(session(truncating, kHwConfig, "a-web")["truncationSize"], "truncationSize192");
+  Json unsupported = after(R"(truncationSupported","value":false)");
+  EXPECT_EQ(session(unsupported, kStatus, "a-web")["truncateOperStatus"], inactive("Not Supported"));
+  EXPECT_EQ(session(unsupported, kHwConfig, "a-web")["truncate"], false);
+
+  // Sampling holds while every source receives only; the rate limit is copied.
+  Json withTx = after("srcIntf/Ethernet11");
+  EXPECT_EQ(session(withTx, kHwConfig, "c-db")["rxSampleRate"], 1);
+  EXPECT_EQ(session(withTx, kHwConfig, "c-db")["mirrorRateLimitInBps"], 2000000000);
+  EXPECT_EQ(session(withTx, kHwConfig, "c-db")["mirrorRateLimitChip"], "chip0");
+  EXPECT_EQ(session(before("srcIntf/Ethernet11"), kHwConfig, "c-db")["rxSampleRate"], 1000);
+  EXPECT_EQ(session(o.last(), kHwConfig, "c-db")["rxSampleRate"], 1000);
+
+  // GRE options, with the default payload type for a session that leaves it unset.
+  Json gre = session(after("greMetadata"), kHwConfig, "b-erspan");
+  EXPECT_EQ(gre["grePayloadType"], "payloadTypeInnerPacket");
+  EXPECT_EQ(gre["greMetadata"], (Json{{"ingressInterface", true}, {"switchId", true}}));
+  EXPECT_EQ(gre["greTimestampingEnabled"], true);
+  EXPECT_EQ(session(after("headerRemoval8"), kHwConfig, "a-web")["headerRemovalSize"], "headerRemoval8");
+  EXPECT_EQ(session(after("headerRemovalSupported"), kHwConfig, "a-web")["headerRemovalSize"], "headerRemovalNone");
+
+  // One IPv6 mirroring ACL per session, and the next source gets it when the first lets go.
+  Json twoV6 = after("srcIntf/Ethernet12");
+  EXPECT_EQ(session(twoV6, kStatus, "c-db")["srcOperStatus"]["Ethernet12"], inactive("Multiple IPv6 mirroring ACLs"));
+  EXPECT_FALSE(session(twoV6, kHwConfig, "c-db")["srcIntf"].contains("Ethernet12"));
+  EXPECT_EQ(session(twoV6, kHwConfig, "c-db")["srcIntf"]["Ethernet10"]["srcAcl"], "v6-a");
+  Json oneV6 = after(R"("aclType":"aclTypeIp","srcAcl":"")");
+  EXPECT_EQ(session(oneV6, kStatus, "c-db")["srcOperStatus"]["Ethernet12"], kActive);
+  EXPECT_EQ(session(oneV6, kHwConfig, "c-db")["srcIntf"]["Ethernet12"]["srcAcl"], "v6-b");
+
+  // Narrowing a-web's Ethernet1 to transmit releases it to c-db, which receives on it.
+  Json narrowed = after("srcIntf/Ethernet1/direction");
+  EXPECT_EQ(session(before("srcIntf/Ethernet1/direction"), kStatus, "c-db")["srcOperStatus"]["Ethernet1"],
+            inactive("Source Conflict"));
+  EXPECT_EQ(session(narrowed, kStatus, "c-db")["srcOperStatus"]["Ethernet1"], kActive);
+  EXPECT_EQ(session(narrowed, kHwConfig, "c-db")["srcIntf"]["Ethernet1"]["direction"], "rx");
+  EXPECT_EQ(session(narrowed, kHwConfig, "a-web")["srcIntf"]["Ethernet1"]["direction"], "tx");
+
+  // Losing Port-Channel destinations touches d-uplink only.
+  Json noLag = after(R"(lagDestSupported","value":false)");
+  Json withLag = before(R"(lagDestSupported","value":false)");
+  EXPECT_EQ(session(noLag, kStatus, "d-uplink")["targetOperStatus"]["Port-Channel20"],
+            inactive("Port-channel is not supported"));
+  EXPECT_FALSE(noLag[kHwConfig]["session"].contains("d-uplink"));
+  for (const char* other : {"a-web", "b-erspan", "c-db"}) {
+    EXPECT_EQ(session(noLag, kStatus, other), session(withLag, kStatus, other)) << other;
+    EXPECT_EQ(session(noLag, kHwConfig, other), session(withLag, kHwConfig, other)) << other;
+  }
+  EXPECT_EQ(session(o.last(), kStatus, "a-web")["mirrorDeviceName"], "mon0");
+
+  // The timestamp reports up to the restart: Ethernet48 when the hardware stops keeping
+  // timestamps, each member of Port-Channel20 when d-uplink truncates and again when its
+  // destination becomes active once more.
+  Outcome noRestart = runScenario(state, std::vector<std::string>(stream.begin(), stream.end() - 1));
+  std::vector<std::string> reports;
+  for (const auto& line : noRestart.syslog) {
+    if (line["key"] == "MIRRORING_TIMESTAMP_WITH_TRUNCATE_NOTSUPPORTED") reports.push_back(line["text"]);
+  }
+  auto report = [](const std::string& intf, const std::string& role, const std::string& s) {
+    return "Timestamping on interface " + intf + " (" + role + ") does not work with truncation configured on "
+           "mirror session " + s + ".";
+  };
+  const std::string member = "member of mirror destination Port-Channel20";
+  EXPECT_THAT(reports, ElementsAre(report("Ethernet48", "mirror destination", "a-web"),
+                                   report("Ethernet41", member, "d-uplink"), report("Ethernet42", member, "d-uplink"),
+                                   report("Ethernet41", member, "d-uplink"), report("Ethernet42", member, "d-uplink")));
+
+  // An edit of the ACL that Ethernet10 filters with rewrites exactly its hardware entry.
+  const std::size_t edit = lineOf("db-traffic/rule/20");
+  Outcome upToEdit = runScenario(state, std::vector<std::string>(stream.begin(), stream.begin() + edit));
+  Outcome withEdit = runScenario(state, std::vector<std::string>(stream.begin(), stream.begin() + edit + 1));
+  ASSERT_EQ(withEdit.out.size(), upToEdit.out.size() + 1) << "one write, and no other";
+  EXPECT_EQ(withEdit.out.back(),
+            (Json{{"op", "set"},
+                  {"path", "mirroring/hwconfig/session/c-db/srcIntf/Ethernet10"},
+                  {"value", {{"direction", "rx"}, {"srcAcl", "db-traffic"}, {"aclType", "aclTypeIp"}, {"aclPriority", 10}}}}));
+
+  // The restart at the end writes nothing; one anywhere else ends in the same states.
+  Outcome whole = runScenario(state, stream);
+  EXPECT_TRUE(whole.out == noRestart.out) << firstDifference(noRestart.out, whole.out);
+  for (std::size_t at = 0; at + 1 < stream.size(); ++at) {
+    Outcome restarted = runScenario(state, withDumps(at));
+    ASSERT_EQ(restarted.dumps.size(), o.dumps.size()) << "restart before line " << at + 1;
+    for (std::size_t d = 0; d < o.dumps.size(); ++d) {
+      Json expected = withoutUnprogrammedIds(o.dumps[d]);
+      Json actual = withoutUnprogrammedIds(restarted.dumps[d]);
+      EXPECT_TRUE(actual == expected) << "restart before line " << at + 1 << ", dump " << d + 1 << " differs by "
+                                      << Json::diff(expected, actual).dump();
+    }
+  }
+}
+
+// --- LAG members and restarts ----------------------------------------------------------------
 
 TEST_F(MirroringScenario, MembersFollowTheirPortChannelBeingUsedAsASourceElsewhere) {
   Json state = switchState(8);
@@ -502,7 +631,7 @@ TEST_F(MirroringScenario, MembersFollowTheirPortChannelBeingUsedAsASourceElsewhe
   EXPECT_EQ(o.dumps[2][kStatus]["sessionStatus"]["b3"]["srcOperStatus"]["Ethernet4"], kActive);
 }
 
-TEST_F(MirroringScenario, DISABLED_ARestartKeepsTheOneDestinationThatWonWithoutTouchingTheOther) {
+TEST_F(MirroringScenario, ARestartKeepsTheOneDestinationThatWonWithoutTouchingTheOther) {
   // Hardware with one destination per session; Ethernet5 sorts before the destination that
   // won, Ethernet7.
   Json state = switchState(4);

@@ -168,8 +168,120 @@ std::string sessionState(bool configured, const Value* status, const Value* hw, 
   return programmed ? "programmed" : "not programmed: no active destination";
 }
 
+// --- session options -----------------------------------------------------------------------
+
+// An enumerator as an operator reads it: the type's prefix dropped and the words split
+// ("payloadTypeInnerPacket" with prefix "payloadType" reads "inner packet").
+std::string words(const std::string& enumerator, std::string_view prefix) {
+  std::string name = enumerator.starts_with(prefix) ? enumerator.substr(prefix.size()) : enumerator;
+  std::string out;
+  for (char c : name) {
+    if (std::isupper(static_cast<unsigned char>(c))) {
+      if (!out.empty()) out += ' ';
+      out += char(std::tolower(static_cast<unsigned char>(c)));
+    } else {
+      out += c;
+    }
+  }
+  return out.empty() ? enumerator : out;
+}
+
+uint64_t number(const Value* v) {
+  uint64_t n = 0;
+  if (v) v->toUint64(n);
+  return n;
+}
+
+// "truncationSize192" reads "192 bytes"; the default is the hardware's.
+std::string truncationSize(const Value* v) {
+  const std::string size = text(v);
+  if (size == "truncationSizeDefault") return "default size";
+  return words(size, "truncationSize") + " bytes";
+}
+
+// A rate of 0 or 1 mirrors every packet.
+std::string sampling(uint64_t rate) { return rate <= 1 ? "off" : "1 in " + std::to_string(rate); }
+
+// Bits per second in the largest unit that divides them.
+std::string bitRate(uint64_t bps) {
+  static constexpr std::pair<uint64_t, const char*> units[] = {
+      {1'000'000'000'000, "Tbps"}, {1'000'000'000, "Gbps"}, {1'000'000, "Mbps"}, {1'000, "kbps"}};
+  for (const auto& [size, unit] : units) {
+    if (bps % size == 0) return std::to_string(bps / size) + " " + unit;
+  }
+  return std::to_string(bps) + " bps";
+}
+
+std::string onOff(const Value* v) { return v && v->isBool() && v->asBool() ? "on" : "off"; }
+
+bool sendsToGre(const Value* session) {
+  for (const auto& [intf, v] : entries(member(session, "targetIntf"))) {
+    if (intf.starts_with("Gre")) return true;
+  }
+  return false;
+}
+
+// The options of a session: what was configured, and what was programmed where the hardware
+// copy differs. A line appears only for options the session's entities carry; a session with
+// no configuration (a companion) shows what is programmed.
+void addOptions(Fields& fields, const Value* config, const Value* status, const Value* hw,
+                const Value* defaultPayload) {
+  const Value* options = config ? config : hw;
+  if (status) {
+    auto truncation = operStatus(member(status, "truncateOperStatus"));
+    std::string line = withReason(truncation);
+    const Value* size = member(options, "truncationSize");
+    if (truncation.first == "active" && size) {
+      const Value* programmed = member(hw, "truncationSize");
+      line += ", " + truncationSize(programmed ? programmed : size);
+      if (programmed && text(programmed) != text(size)) line += " (configured " + truncationSize(size) + ")";
+    }
+    fields.add("Truncation", line);
+  }
+  if (!options) return;
+  if (const Value* rate = member(options, "rxSampleRate")) {
+    std::string line = sampling(number(rate));
+    const Value* programmed = member(hw, "rxSampleRate");
+    if (programmed && sampling(number(programmed)) != sampling(number(rate))) {
+      line += " (programmed: " + sampling(number(programmed)) + ")";
+    }
+    fields.add("Sampling", line);
+  }
+  if (const Value* limit = member(options, "mirrorRateLimitInBps")) {
+    std::string line = number(limit) == 0 ? "none" : bitRate(number(limit));
+    const std::string chip = text(member(options, "mirrorRateLimitChip"));
+    if (number(limit) != 0 && !chip.empty() && chip != "-") line += " on " + chip;
+    fields.add("Rate limit", line);
+  }
+  if (const Value* removal = member(options, "headerRemovalSize"); removal && text(removal) != "headerRemovalNone") {
+    std::string line = words(text(removal), "headerRemoval") + " bytes";
+    const Value* programmed = member(hw, "headerRemovalSize");
+    if (programmed && text(programmed) != text(removal)) line += " (programmed: none)";
+    fields.add("Header removal", line);
+  }
+  if (sendsToGre(options) && member(options, "grePayloadType")) {
+    std::string payload = text(member(options, "grePayloadType"));
+    std::string line = "payload ";
+    if (payload == "payloadTypeUnset") {
+      // The default in force: what the hardware copy got, else what the status publishes.
+      const Value* resolved = member(hw, "grePayloadType");
+      if (!resolved) resolved = defaultPayload;
+      line += "default";
+      if (resolved && text(resolved) != "payloadTypeUnset") line += " (" + words(text(resolved), "payloadType") + ")";
+    } else {
+      line += words(payload, "payloadType");
+    }
+    std::vector<std::string> elements;
+    for (const auto& [element, v] : entries(member(options, "greMetadata"))) elements.push_back(element);
+    line += "; metadata " + joined(elements);
+    line += "; timestamping " + onOff(member(options, "greTimestampingEnabled"));
+    line += "; tx metadata " + onOff(member(options, "txGreMetadataEnabled"));
+    fields.add("GRE options", line);
+  }
+}
+
 void renderSession(std::ostream& out, const std::string& name, const Value* config, const Value* status,
-                   const Value* hw, bool hwMounted, bool configMounted) {
+                   const Value* hw, bool hwMounted, bool configMounted, const Value* defaultPayload) {
   out << "Session " << name << '\n';
   Fields fields(std::string_view("Hardware session:").size());
   // Without the configuration mount every session counts as configured.
@@ -184,12 +296,19 @@ void renderSession(std::ostream& out, const std::string& name, const Value* conf
   if (status) {
     std::string device = text(member(status, "mirrorDeviceName"));
     fields.add("Mirror device", device.empty() ? "-" : device);
-    fields.add("Truncation", withReason(operStatus(member(status, "truncateOperStatus"))));
   }
+  addOptions(fields, config, status, hw, defaultPayload);
   if (hw) {
     std::vector<std::string> sources;
     for (const auto& [intf, src] : entries(member(hw, "srcIntf"))) {
-      sources.push_back(intf + " (" + text(member(src, "direction")) + ")");
+      std::string detail = text(member(src, "direction"));
+      // The filter, where there is one: "Ethernet10 (rx, ipv6 ACL v6-a)".
+      const Value* acl = member(src, "srcAcl");
+      if (acl && acl->isString() && !acl->asString().empty()) {
+        const Value* type = member(src, "aclType");
+        detail += ", " + (type ? words(text(type), "aclType") + " " : "") + "ACL " + acl->asString();
+      }
+      sources.push_back(intf + " (" + detail + ")");
     }
     std::vector<std::string> targets;
     for (const auto& [intf, v] : entries(member(hw, "targetIntf"))) targets.push_back(intf);
@@ -270,7 +389,7 @@ bool renderMonitorSessions(const platform::Database& db, std::ostream& out) {
   if (names.empty()) out << "No sessions.\n";
   for (const auto& name : names) {
     renderSession(out, name, entry(configured, name), entry(published, name), entry(programmed, name),
-                  hwconfig.has_value(), config.has_value());
+                  hwconfig.has_value(), config.has_value(), status ? member(&*status, "grePayloadType") : nullptr);
   }
   if (status) renderGreTunnels(out, member(&*status, "greTunnelKey"), published);
   return true;

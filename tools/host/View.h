@@ -7,14 +7,19 @@
 // missing or has an unexpected shape shows as "-" rather than failing the view.
 //
 // Sections and what they read:
-//   Monitor sessions        mirroring/config (session: srcIntf/direction, targetIntf),
+//   Monitor sessions        mirroring/config (session: srcIntf/direction, targetIntf and the
+//                           options truncationSize, rxSampleRate, mirrorRateLimitInBps,
+//                           mirrorRateLimitChip, headerRemovalSize, grePayloadType,
+//                           greMetadata, greTimestampingEnabled, txGreMetadataEnabled),
 //                           mirroring/status (sessionStatus: srcOperStatus, targetOperStatus,
-//                           truncateOperStatus, mirrorDeviceName; greTunnelKey: tunnel
-//                           interface to {srcIpAddr, dstIpAddr, vrf, ttl, tos, greProto,
-//                           greKey}),
-//                           mirroring/hwconfig (session: sessionId, srcIntf, targetIntf).
+//                           truncateOperStatus, mirrorDeviceName; grePayloadType, the default
+//                           in force; greTunnelKey: tunnel interface to {srcIpAddr, dstIpAddr,
+//                           vrf, ttl, tos, greProto, greKey}),
+//                           mirroring/hwconfig (session: sessionId, srcIntf with direction,
+//                           srcAcl and aclType, targetIntf and the same options as programmed).
 //                           A configured session without a status is one the agent refused
-//                           for lack of hardware sessions: "not programmed: no room".
+//                           for lack of hardware sessions: "not programmed: no room". An option
+//                           line appears only for options the session's entities carry.
 //   Tap aggregation         tapagg/cliconfig (mode), tapagg/status (group: tapPort, toolPort,
 //                           each {active, reason})
 //   Errdisabled interfaces  interface/errdisable/cause/<cause> (intfStatus: interface to the

@@ -1,0 +1,389 @@
+// Session options, source filters and capability changes: what reaches each session's status
+// and hardware copy, and which sessions a change re-evaluates.
+#include <map>
+#include <set>
+
+#include "MirroringFixture.h"
+#include "platform/Reactor.h"
+
+using namespace mirroring_test;
+
+namespace {
+
+Ptr<Session> withSource(Ptr<Session> s, const std::string& intf, const std::string& acl = "",
+                        Acl::AclType type = Acl::aclTypeIp) {
+  auto src = s->srcIntfIs(intf, Direction::rx);
+  src->aclType.set(type);
+  src->srcAcl.set(acl);
+  return s;
+}
+
+}  // namespace
+
+// --- truncation -------------------------------------------------------------------------------
+
+using Truncation = MirroringFixture;
+
+TEST_F(Truncation, StateFollowsTheRequestAndTheCapability) {
+  intfUp("Ethernet1");
+  intfUp("Ethernet2");
+  start();
+  auto s = addSession("s1", {"Ethernet1"}, {"Ethernet2"}, Direction::rx);
+  auto truncation = [&] { return status->sessionStatus.get("s1")->truncateOperStatus(); };
+  EXPECT_EQ(truncation(), inactive(reason::notConfigured));
+  EXPECT_FALSE(hwSession("s1")->truncate());
+
+  s->truncate.set(true);
+  EXPECT_EQ(truncation(), inactive(reason::notSupported));
+  EXPECT_FALSE(hwSession("s1")->truncate()) << "the hardware is not asked for what it cannot do";
+
+  capability->truncationSupported.set(true);
+  EXPECT_EQ(truncation(), active());
+  EXPECT_TRUE(hwSession("s1")->truncate());
+  capability->truncationSupported.set(false);
+  EXPECT_EQ(truncation(), inactive(reason::notSupported));
+  EXPECT_FALSE(hwSession("s1")->truncate());
+
+  capability->truncationSupported.set(true);
+  s->truncate.set(false);
+  EXPECT_EQ(truncation(), inactive(reason::notConfigured));
+  EXPECT_FALSE(hwSession("s1")->truncate());
+}
+
+TEST_F(Truncation, TheSizeWrittenIsOneTheHardwareLists) {
+  capability->truncationSupported.set(true);
+  capability->truncationSizesSupported.insert(TruncationSize::truncationSize128);
+  capability->truncationSizesSupported.insert(TruncationSize::truncationSize192);
+  intfUp("Ethernet1");
+  intfUp("Ethernet2");
+  start();
+  auto s = addSession("s1", {"Ethernet1"}, {"Ethernet2"}, Direction::rx);
+  s->truncate.set(true);
+  auto written = [&] { return hwSession("s1")->truncationSize(); };
+
+  const std::vector<std::pair<TruncationSize, TruncationSize>> cases = {
+      {TruncationSize::truncationSize128, TruncationSize::truncationSize128},
+      {TruncationSize::truncationSize160, TruncationSize::truncationSize192},  // the next larger
+      {TruncationSize::truncationSize256, TruncationSize::truncationSize192},  // nothing larger: the largest
+      {TruncationSize::truncationSizeDefault, TruncationSize::truncationSizeDefault},
+  };
+  for (const auto& [requested, expected] : cases) {
+    s->truncationSize.set(requested);
+    EXPECT_EQ(written(), expected) << platform::enumName(requested);
+  }
+
+  // A change of the list alone rewrites the sessions.
+  s->truncationSize.set(TruncationSize::truncationSize256);
+  capability->truncationSizesSupported.insert(TruncationSize::truncationSize256);
+  EXPECT_EQ(written(), TruncationSize::truncationSize256);
+  for (auto size : capability->truncationSizesSupported.keys()) capability->truncationSizesSupported.del(size);
+  EXPECT_EQ(written(), TruncationSize::truncationSizeDefault) << "no sizes listed: the hardware's own";
+}
+
+TEST_F(Truncation, TheHardwareDefaultSizeIsTheOperatorsElseTheHardwares) {
+  start();
+  auto configured = config->defaultSessionConfig();
+  auto hwDefault = hwConfig->defaultSessionConfig();
+  EXPECT_EQ(hwDefault->truncationSize(), TruncationSize::truncationSizeDefault);
+
+  auto record = platform::make<TruncationDefault>();
+  record->truncationSize.set(TruncationSize::truncationSize128);
+  capability->truncationDefault.set(record);
+  EXPECT_EQ(hwDefault->truncationSize(), TruncationSize::truncationSize128);
+  capability->truncationDefault()->truncationSize.set(TruncationSize::truncationSize160);
+  EXPECT_EQ(hwDefault->truncationSize(), TruncationSize::truncationSize160) << "a change in place counts";
+
+  configured->truncationSize.set(TruncationSize::truncationSize192);
+  EXPECT_EQ(hwDefault->truncationSize(), TruncationSize::truncationSize192);
+  capability->truncationDefault()->truncationSize.set(TruncationSize::truncationSize256);
+  EXPECT_EQ(hwDefault->truncationSize(), TruncationSize::truncationSize192) << "the operator's size stays";
+  configured->truncationSize.set(TruncationSize::truncationSizeDefault);
+  EXPECT_EQ(hwDefault->truncationSize(), TruncationSize::truncationSize256);
+
+  // Without the record the hardware default stays as it was.
+  capability->truncationDefault.set(nullptr);
+  capability->truncationSupported.set(true);
+  EXPECT_EQ(hwDefault->truncationSize(), TruncationSize::truncationSize256);
+
+  // A new agent over the same inputs agrees, and so writes nothing.
+  capability->truncationDefault.set(record);
+  configSm = nullptr;
+  const uint64_t before = writes();
+  start();
+  EXPECT_EQ(writes(), before);
+}
+
+// --- the other options ------------------------------------------------------------------------
+
+using Options = MirroringFixture;
+
+TEST_F(Options, EachReachesTheHardwareCopyAsTheHardwareCanTakeIt) {
+  for (auto i : {"Ethernet1", "Ethernet2", "Ethernet3"}) intfUp(i);
+  config->defaultSessionConfig()->grePayloadType.set(GrePayloadType::payloadTypeInnerPacket);
+  start();
+  auto s = addSession("s1", {"Ethernet1"}, {"Ethernet2"}, Direction::rx);
+  auto hw = [&] { return hwSession("s1"); };
+
+  // Sampling: the configured rate where the hardware samples and every source is rx only.
+  s->rxSampleRate.set(1000);
+  EXPECT_EQ(hw()->rxSampleRate(), 1u);
+  capability->rxSamplingSupported.set(true);
+  EXPECT_EQ(hw()->rxSampleRate(), 1000u);
+  s->srcIntfIs("Ethernet3", Direction::tx);
+  EXPECT_EQ(hw()->rxSampleRate(), 1u);
+  s->srcIntf.get("Ethernet3")->direction.set(Direction::rx);
+  EXPECT_EQ(hw()->rxSampleRate(), 1000u);
+
+  // Header removal only where the hardware removes headers.
+  s->headerRemovalSize.set(HeaderRemovalSize::headerRemoval8);
+  EXPECT_EQ(hw()->headerRemovalSize(), HeaderRemovalSize::headerRemovalNone);
+  capability->headerRemovalSupported.set(true);
+  EXPECT_EQ(hw()->headerRemovalSize(), HeaderRemovalSize::headerRemoval8);
+
+  s->mirrorRateLimitChip.set("chip1");
+  s->mirrorRateLimitInBps.set(2'000'000'000);
+  EXPECT_EQ(hw()->mirrorRateLimitChip(), "chip1");
+  EXPECT_EQ(hw()->mirrorRateLimitInBps(), 2'000'000'000u);
+
+  // The payload type falls back to the default while the session leaves it unset.
+  EXPECT_EQ(hw()->grePayloadType(), GrePayloadType::payloadTypeInnerPacket);
+  config->defaultSessionConfig()->grePayloadType.set(GrePayloadType::payloadTypeFullPacket);
+  EXPECT_EQ(hw()->grePayloadType(), GrePayloadType::payloadTypeFullPacket);
+  s->grePayloadType.set(GrePayloadType::payloadTypeInnerPacket);
+  EXPECT_EQ(hw()->grePayloadType(), GrePayloadType::payloadTypeInnerPacket);
+
+  // Every configured metadata element is inserted, whatever its value says.
+  s->greMetadata.set(MetadataElementType::switchId, true);
+  s->greMetadata.set(MetadataElementType::vlan, false);
+  EXPECT_EQ(hw()->greMetadata.keys(), (std::vector{MetadataElementType::switchId, MetadataElementType::vlan}));
+  EXPECT_TRUE(hw()->greMetadata.get(MetadataElementType::vlan, false));
+  s->greMetadata.del(MetadataElementType::switchId);
+  EXPECT_EQ(hw()->greMetadata.keys(), std::vector{MetadataElementType::vlan});
+
+  s->greTimestampingEnabled.set(true);
+  s->txGreMetadataEnabled.set(true);
+  s->portMirroringDisabled.set(true);
+  s->secureMonitor.set(true);
+  s->isInternal.set(true);
+  s->owner.set(Owner::ownerPolicy);
+  EXPECT_TRUE(hw()->greTimestampingEnabled());
+  EXPECT_TRUE(hw()->txGreMetadataEnabled());
+  EXPECT_TRUE(hw()->portMirroringDisabled());
+  EXPECT_TRUE(hw()->secureMonitor());
+  EXPECT_TRUE(hw()->isInternal());
+  EXPECT_EQ(hw()->owner(), Owner::ownerPolicy);
+
+  // All of it survives a restart without a single write.
+  configSm = nullptr;
+  const uint64_t before = writes();
+  start();
+  EXPECT_EQ(writes(), before);
+}
+
+// --- capability changes -----------------------------------------------------------------------
+
+using Capability = MirroringFixture;
+
+// Every status is overwritten by hand with a mark; a capability change must recompute exactly
+// the statuses it concerns, which then lose the mark.
+TEST_F(Capability, EachChangeReevaluatesOnlyWhatItConcerns) {
+  capability->maxSupportedSessions.set(8);
+  for (auto i : {"Ethernet1", "Ethernet3", "Ethernet5", "Ethernet7", "Ethernet8", "Port-Channel1"}) intfUp(i);
+  start();
+  addSession("cpu", {"Ethernet1"}, {"Cpu"}, Direction::rx);
+  addSession("lag", {"Ethernet3"}, {"Port-Channel1"}, Direction::rx);
+  addSession("lo", {"Ethernet5"}, {"Loopback0"}, Direction::rx);
+  addSession("eth", {"Ethernet7"}, {"Ethernet8"}, Direction::rx);
+  const OperStatus mark = inactive("marked");
+
+  auto markAll = [&] {
+    for (const auto& [name, session] : config->session) {
+      auto st = status->sessionStatus.get(name);
+      for (const auto& intf : session->srcIntf.keys()) st->srcOperStatus.set(intf, mark);
+      for (const auto& intf : session->targetIntf.keys()) st->targetOperStatus.set(intf, mark);
+    }
+  };
+  auto recomputed = [&] {
+    std::set<std::string> out;
+    for (const auto& [name, session] : config->session) {
+      auto st = status->sessionStatus.get(name);
+      for (const auto& intf : session->srcIntf.keys()) {
+        if (st->srcOperStatus.get(intf) != mark) out.insert(name + " source " + intf);
+      }
+      for (const auto& intf : session->targetIntf.keys()) {
+        if (st->targetOperStatus.get(intf) != mark) out.insert(name + " destination " + intf);
+      }
+    }
+    return out;
+  };
+  const std::set<std::string> allDests = {"cpu destination Cpu", "eth destination Ethernet8",
+                                          "lag destination Port-Channel1", "lo destination Loopback0"};
+  const std::set<std::string> allSources = {"cpu source Ethernet1", "eth source Ethernet7", "lag source Ethernet3",
+                                            "lo source Ethernet5"};
+  std::set<std::string> everything = allDests;
+  everything.insert(allSources.begin(), allSources.end());
+
+  struct Row {
+    const char* flag;
+    platform::Attr<bool> HwCapability::*attr;
+    std::set<std::string> expected;
+  };
+  const std::vector<Row> rows = {
+      {"cpuDestSupported", &HwCapability::cpuDestSupported, {"cpu destination Cpu"}},
+      {"lagDestSupported", &HwCapability::lagDestSupported, {"lag destination Port-Channel1"}},
+      {"loopbackDestSupported", &HwCapability::loopbackDestSupported, {"lo destination Loopback0"}},
+      {"multiDestSupported", &HwCapability::multiDestSupported, allDests},
+      {"multiSessionForDestSupported", &HwCapability::multiSessionForDestSupported, allDests},
+      {"multiSessionForSourceSupported", &HwCapability::multiSessionForSourceSupported, allSources},
+      {"sameIntfSrcAndDestSupported", &HwCapability::sameIntfSrcAndDestSupported, everything},
+      {"headerRemovalSupported", &HwCapability::headerRemovalSupported, {}},
+      {"rxSamplingSupported", &HwCapability::rxSamplingSupported, {}},
+      {"truncationSupported", &HwCapability::truncationSupported, {}},
+      {"timestampWithTruncationSupported", &HwCapability::timestampWithTruncationSupported, {}},
+  };
+  for (const Row& row : rows) {
+    markAll();
+    auto& attr = (*capability).*(row.attr);
+    attr.set(!attr());
+    EXPECT_EQ(recomputed(), row.expected) << row.flag;
+  }
+
+  // And what they recomputed is right: the destinations that needed support have it now.
+  markAll();
+  for (const auto& [name, sm] : configSm->sessionSms()) {
+    sm->handleSource();
+    sm->handleDest();
+  }
+  EXPECT_EQ(dest("cpu", "Cpu"), active());
+  EXPECT_EQ(dest("lag", "Port-Channel1"), active());
+  EXPECT_EQ(dest("lo", "Loopback0"), active());
+}
+
+TEST_F(Capability, MirrorDeviceNamesAreCopiedFromTheHardwareStatus) {
+  intfUp("Ethernet1");
+  intfUp("Ethernet2");
+  hwStatus->mirrorDeviceName.set("early", "mon7");  // published before the session exists
+  hwStatus->mirrorDeviceName.set("ghost", "mon9");  // for a session never configured
+  start();
+  addSession("s1", {"Ethernet1"}, {"Ethernet2"}, Direction::rx);
+  addSession("early", {"Ethernet1"}, {"Ethernet2"}, Direction::rx);
+  auto device = [&](const std::string& s) { return status->sessionStatus.get(s)->mirrorDeviceName(); };
+  EXPECT_EQ(device("s1"), "mirror0");
+  EXPECT_EQ(device("early"), "mon7");
+  EXPECT_FALSE(status->sessionStatus.contains("ghost"));
+
+  hwStatus->mirrorDeviceName.set("s1", "mon3");
+  EXPECT_EQ(device("s1"), "mon3");
+  hwStatus->mirrorDeviceName.del("s1");
+  EXPECT_EQ(device("s1"), "") << "the hardware's device is gone";
+  hwStatus->mirrorDeviceName.set("ghost", "mon10");
+  EXPECT_FALSE(status->sessionStatus.contains("ghost"));
+}
+
+// --- source filters ---------------------------------------------------------------------------
+
+using SourceFilters = MirroringFixture;
+
+// The ACL aggregate replaces an ACL whose content changed; the hardware must then reprogram
+// the sources that filter with it, and only those.
+TEST_F(SourceFilters, AnAclEditRewritesOnlyTheSourcesThatFilterWithIt) {
+  capability->srcAclSupported.set(true);
+  for (auto i : {"Ethernet1", "Ethernet2", "Ethernet3", "Ethernet5", "Ethernet6"}) intfUp(i);
+  auto ipAcls = aclConfig->config.get(Acl::aclTypeIp);
+  auto ip6Acls = aclConfig->config.get(Acl::aclTypeIpv6);
+  ipAcls->aclIs("web")->ruleIs(10, "permit tcp any any eq 80");
+  start();
+  auto s1 = platform::make<Session>("s1");
+  withSource(s1, "Ethernet1", "web");
+  withSource(s1, "Ethernet2");
+  s1->targetIntfIs("Ethernet5");
+  config->session.insert("s1", s1);
+  auto s2 = withSource(platform::make<Session>("s2"), "Ethernet3", "mail");
+  s2->targetIntfIs("Ethernet6");
+  config->session.insert("s2", s2);
+
+  std::map<std::string, int> rewritten;
+  platform::Reactor watch;
+  for (const char* s : {"s1", "s2"}) {
+    watch.on(hwConfig->session.get(s)->srcIntf, [&, s](const std::string& intf) { ++rewritten[s + ("/" + intf)]; });
+  }
+  auto edit = [](const Ptr<Acl::AclTypeConfig>& acls, const std::string& name, const std::string& rule) {
+    auto fresh = platform::make<Acl::AclConfig>(name);
+    fresh->ruleIs(10, rule);
+    acls->acl.insert(name, fresh);
+  };
+
+  edit(ipAcls, "web", "permit tcp any any eq 443");
+  EXPECT_EQ(rewritten, (std::map<std::string, int>{{"s1/Ethernet1", 1}}));
+  EXPECT_EQ(hwSession("s1")->srcIntf.get("Ethernet1")->srcAcl(), "web");
+
+  rewritten.clear();
+  edit(ip6Acls, "web", "permit ipv6 any any");  // same name, another type
+  edit(ipAcls, "dns", "permit udp any any eq 53");
+  EXPECT_TRUE(rewritten.empty());
+
+  ipAcls->aclDel("web");
+  EXPECT_EQ(rewritten, (std::map<std::string, int>{{"s1/Ethernet1", 1}})) << "the filter it names is gone";
+
+  // A new filter name reaches the hardware at once, and from then on that ACL's edits do.
+  rewritten.clear();
+  s1->srcIntf.get("Ethernet1")->srcAcl.set("mail");
+  EXPECT_EQ(hwSession("s1")->srcIntf.get("Ethernet1")->srcAcl(), "mail");
+  rewritten.clear();
+  edit(ipAcls, "mail", "permit tcp any any eq 25");
+  EXPECT_EQ(rewritten, (std::map<std::string, int>{{"s1/Ethernet1", 1}, {"s2/Ethernet3", 1}}));
+
+  // The type is part of the filter.
+  s1->srcIntf.get("Ethernet1")->aclType.set(Acl::aclTypeMac);
+  EXPECT_EQ(hwSession("s1")->srcIntf.get("Ethernet1")->aclType(), Acl::aclTypeMac);
+  EXPECT_EQ(source("s1", "Ethernet1"), active());
+}
+
+TEST_F(SourceFilters, OneIpv6AclPerSessionTheFirstSourceInInterfaceOrderKeepsIt) {
+  capability->srcAclSupported.set(true);
+  for (auto i : {"Ethernet1", "Ethernet2", "Ethernet3", "Ethernet5", "Ethernet6"}) intfUp(i);
+  start();
+  auto s1 = platform::make<Session>("s1");
+  withSource(s1, "Ethernet1");
+  withSource(s1, "Ethernet2", "v6a", Acl::aclTypeIpv6);
+  withSource(s1, "Ethernet3", "v6b", Acl::aclTypeIpv6);
+  s1->targetIntfIs("Ethernet5");
+  config->session.insert("s1", s1);
+  // A second session wants Ethernet3 too; it gets it while s1 refuses it.
+  addSession("s2", {"Ethernet3"}, {"Ethernet6"}, Direction::rx);
+  const OperStatus refused = inactive(reason::multipleIpv6Acls);
+  auto inHardware = [&](const std::string& intf) { return hwSession("s1")->srcIntf.contains(intf); };
+
+  EXPECT_EQ(source("s1", "Ethernet2"), active());
+  EXPECT_EQ(source("s1", "Ethernet3"), refused);
+  EXPECT_TRUE(inHardware("Ethernet2"));
+  EXPECT_FALSE(inHardware("Ethernet3"));
+  EXPECT_EQ(source("s2", "Ethernet3"), active());
+
+  // An earlier source that takes an IPv6 ACL takes the session's one.
+  auto first = s1->srcIntf.get("Ethernet1");
+  first->aclType.set(Acl::aclTypeIpv6);
+  first->srcAcl.set("v6c");
+  EXPECT_EQ(source("s1", "Ethernet1"), active());
+  EXPECT_EQ(source("s1", "Ethernet2"), refused);
+  EXPECT_FALSE(inHardware("Ethernet2"));
+  EXPECT_EQ(hwSession("s1")->srcIntf.get("Ethernet1")->srcAcl(), "v6c");
+
+  // Letting go of it readmits the next one, judged by the ordinary rules.
+  first->srcAcl.set("");
+  EXPECT_EQ(source("s1", "Ethernet2"), active());
+  EXPECT_TRUE(inHardware("Ethernet2"));
+  s1->srcIntfDel("Ethernet2");
+  EXPECT_EQ(source("s1", "Ethernet3"), inactive(reason::sourceConflict)) << "s2 took it meanwhile";
+  deleteSession("s2");
+  EXPECT_EQ(source("s1", "Ethernet3"), active());
+  EXPECT_TRUE(inHardware("Ethernet3"));
+
+  // The same statuses come out of a new agent, which therefore writes nothing.
+  withSource(s1, "Ethernet2", "v6a", Acl::aclTypeIpv6);
+  ASSERT_EQ(source("s1", "Ethernet3"), refused);
+  configSm = nullptr;
+  const uint64_t before = writes();
+  start();
+  EXPECT_EQ(writes(), before);
+}

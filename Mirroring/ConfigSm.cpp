@@ -142,7 +142,7 @@ void ConfigSm::handleInitialized() {
   greTunnelBitMap_.assign(kGreTunnelNumMax, false);
   defaultSessionConfigSm_ =
       make<DefaultSessionConfigSm>(mirroringConfig_->defaultSessionConfig(), mirroringHwConfig_->defaultSessionConfig(),
-                                   mirroringStatus_, mirroringHwCapability_);
+                                   mirroringStatus_);
   if (forwardingModelInputDir_) {
     forwardingModelSm_ = mirroringForwardingModelSmFactory(mirroringStatus_, forwardingModelInputDir_);
   }
@@ -190,6 +190,18 @@ void ConfigSm::handleSession() {
   PLATFORM_ASSERT(initialized());
   TRACE(1, *this, "::handleSession");
   for (const auto& name : mirroringConfig_->session.keys()) handleSession(name);
+  // A companion that found no room waits, like a session, for room to be freed.
+  for (const auto& name : mirroringConfig_->session.keys()) {
+    Ptr<SessionSm> sm = sessionSm(name);
+    if (sm && sm->session()->dropGreTunnelKey().hasUsableDestination() && !sessionSm(fwdingDropSessionName(name))) {
+      sm->handleDropGreTunnelKey();
+    }
+  }
+}
+
+bool ConfigSm::roomForSession(const std::string& name) const {
+  const uint16_t maxSessions = mirroringHwCapability_ ? mirroringHwCapability_->maxSupportedSessions() : 0;
+  return mirroringStatus_->sessionStatus.contains(name) || mirroringStatus_->sessionStatus.size() < maxSessions;
 }
 
 void ConfigSm::handleSession(const std::string& name) {
@@ -388,8 +400,9 @@ void ConfigSm::handleTruncationSupported() {
         capability(mirroringHwCapability_, [](const HwCapability& c) { return c.truncationSupported(); }));
   // The hardware's default size stands in the hardware defaults, unless the operator
   // configured a default size; without the record the hardware default stays as it was.
-  if (mirroringHwCapability_ && mirroringHwCapability_->truncationDefault() && defaultSessionConfigSm_) {
-    defaultSessionConfigSm_->handleTruncationSize();
+  if (mirroringHwCapability_ && mirroringHwCapability_->truncationDefault()) {
+    mirroringHwConfig_->defaultSessionConfig()->truncationSize.set(
+        mirroringHwCapability_->truncationDefault()->truncationSize());
   }
   for (const auto& sm : snapshot(sessionSm_)) sm->handleTruncate();
 }
@@ -475,7 +488,9 @@ void ConfigSm::handleTimestampWithTruncationSupported() {
         capability(mirroringHwCapability_,
                    [](const HwCapability& c) { return c.timestampWithTruncationSupported(); }));
   // Nothing to program; hardware that stops keeping timestamps reports what truncates them.
-  for (const auto& sm : snapshot(sessionSm_)) sm->checkTimestampMode();
+  for (const auto& sm : snapshot(sessionSm_)) {
+    if (sm->sessionStatus()->truncateOperStatus().isActive()) sm->checkTimestampMode();
+  }
 }
 
 void ConfigSm::handleSrcAclSupported() {

@@ -19,11 +19,12 @@ bool timestampWithTruncationSupported(const ConfigSm& configSm) {
   return capability && capability->timestampWithTruncationSupported();
 }
 
-// The timestamp mode of a physical port: from the physical status when the agent has that
-// directory (it is the port's own record), else from its Ethernet status.
+// The timestamp mode of a port: the interface's status and its physical status describe the
+// same port, so a mode that either of them has on counts.
 Interface::TimestampMode phyTimestampMode(const ConfigSm& configSm, const platform::IntfId& intf) {
   if (const auto& phyDir = configSm.allEthPhyIntfStatusDir()) {
-    if (auto phy = phyDir->intfStatus.get(intf)) return phy->timestampMode();
+    auto phy = phyDir->intfStatus.get(intf);
+    if (phy && phy->timestampMode() != Interface::timestampModeDisabled) return phy->timestampMode();
   }
   if (const auto& ethDir = configSm.ethIntfStatusDir()) {
     if (auto eth = ethDir->intfStatus.get(intf)) return eth->timestampMode();
@@ -81,7 +82,8 @@ void checkIntfTimestampModeAndLog(const ConfigSm& configSm, const Ptr<const Inte
                                   const platform::IntfId& intf, const std::string& session) {
   if (!intf.isPortChannel()) {
     if (!ethIntfStatus) return;
-    if (ethIntfStatus->timestampMode() != Interface::timestampModeDisabled) {
+    if (ethIntfStatus->timestampMode() != Interface::timestampModeDisabled ||
+        phyTimestampMode(configSm, intf) != Interface::timestampModeDisabled) {
       logTimestampWithTruncate(intf, kMirrorDestination, session);
     }
     return;
@@ -100,12 +102,8 @@ void checkIntfTimestampModeAndLog(const ConfigSm& configSm, const Ptr<const Inte
 // --- DefaultSessionConfigSm ------------------------------------------------------------------
 
 DefaultSessionConfigSm::DefaultSessionConfigSm(Ptr<const DefaultSessionConfig> config,
-                                               Ptr<DefaultSessionConfig> hwConfig, Ptr<Status> status,
-                                               Ptr<const HwCapability> capability)
-    : config_(std::move(config)),
-      hwConfig_(std::move(hwConfig)),
-      status_(std::move(status)),
-      capability_(std::move(capability)) {
+                                               Ptr<DefaultSessionConfig> hwConfig, Ptr<Status> status)
+    : config_(std::move(config)), hwConfig_(std::move(hwConfig)), status_(std::move(status)) {
   if (config_) {
     reactor_.on(config_->grePayloadType, [this] { handleGrePayloadType(); });
     reactor_.on(config_->greMetadata, [this](const MetadataElementType& e) { handleGreMetadata(e); });
@@ -184,13 +182,8 @@ void DefaultSessionConfigSm::handleTruncationSize() {
   PLATFORM_ASSERT(initialized());
   TRACE(1, *this, "::handleTruncationSize");
   if (!config_ || !hwConfig_) return;
-  // A configured default size is the operator's; left unset, the hardware's own default size
-  // (published with the truncation capability) is the one sessions without a size get.
-  TruncationSize size = config_->truncationSize();
-  if (size == TruncationSize::truncationSizeDefault && capability_) {
-    if (auto record = capability_->truncationDefault()) size = record->truncationSize();
-  }
-  hwConfig_->truncationSize.set(size);
+  // The hardware's own default size is written by the capability handler when it changes.
+  hwConfig_->truncationSize.set(config_->truncationSize());
 }
 
 // --- EthIntfStatusSm -------------------------------------------------------------------------

@@ -71,13 +71,11 @@ void checkIntfTimestampModeAndLog(const ConfigSm& configSm, const Ptr<const Inte
 
 // --- followers -------------------------------------------------------------------------------
 
-// Copies the configured session defaults into the hardware defaults and the status. The
-// capability, when given, supplies the hardware's own truncation size for a configuration that
-// leaves the default size unset.
+// Copies the configured session defaults into the hardware defaults and the status.
 class DefaultSessionConfigSm : public platform::RefCounted {
  public:
   DefaultSessionConfigSm(Ptr<const DefaultSessionConfig> config, Ptr<DefaultSessionConfig> hwConfig,
-                         Ptr<Status> status, Ptr<const HwCapability> capability = nullptr);
+                         Ptr<Status> status);
   void handleInitialized();
   void handleGrePayloadType();
   void handleGreMetadata(MetadataElementType element);
@@ -91,7 +89,6 @@ class DefaultSessionConfigSm : public platform::RefCounted {
   Ptr<const DefaultSessionConfig> config_;
   Ptr<DefaultSessionConfig> hwConfig_;
   Ptr<Status> status_;
-  Ptr<const HwCapability> capability_;
   platform::Reactor reactor_;
   bool initialized_ = false;
 };
@@ -305,6 +302,8 @@ class ConfigSm : public platform::RefCounted {
   void sessionSmDel(const std::string& name);
   const std::map<std::string, Ptr<SessionSm>>& sessionSms() const { return sessionSm_; }
   void staleSessionSmDel(const std::string& name) { staleSessionSm_.erase(name); }
+  // Whether a session of this name has (or may take) a status within the hardware's limit.
+  bool roomForSession(const std::string& name) const;
   const std::map<uint8_t, std::string>& globalSessionId() const { return globalSessionId_; }
   uint32_t globalSessionIdCount() const { return globalSessionIdCount_; }
 

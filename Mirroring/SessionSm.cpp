@@ -234,9 +234,7 @@ void SessionSm::handleDest(const std::string& name) {
   // A GRE destination decides which sources may stay (receive only).
   if (intf.isGreTunnel()) handleSource();
   const HwCapability* cap = capability();
-  const bool truncating = sessionStatus_->truncateOperStatus().isActive();
-  if (configured && (!wasActive || status.isActive()) && !(cap && cap->timestampWithTruncationSupported()) &&
-      truncating) {
+  if (configured && (!wasActive || status.isActive()) && !(cap && cap->timestampWithTruncationSupported())) {
     auto ethDir = configSm_->ethIntfStatusDir();
     checkIntfTimestampModeAndLog(*configSm_, ethDir ? ethDir->intfStatus.get(intf) : nullptr, intf, name_);
   }
@@ -330,6 +328,13 @@ void SessionSm::handleDropGreTunnelKey() {
   const std::string companion = fwdingDropSessionName(name_);
   if (session_->dropGreTunnelKey().hasUsableDestination()) {
     if (!configSm_->sessionSm(companion)) {
+      // The companion is a session of its own: without room it is refused as a session is.
+      if (!configSm_->roomForSession(companion)) {
+        const HwCapability* cap = capability();
+        TRACE(2, "Max sessions reached. Could not create SessionSm for ", companion);
+        if (cap && cap->maxSupportedSessions() != 0) MIRRORING_NOSESSIONGROUPS(companion, cap->maxSupportedSessions());
+        return;
+      }
       TRACE(2, "Creating session ", companion);
       configSm_->sessionSmIs(companion, session_, configSm_->mirroringStatus()->sessionStatusIs(companion),
                              hwDefaultSessionConfig_, aclConfig_, ip6AclConfig_, macAclConfig_, true);
@@ -552,8 +557,7 @@ void SessionSm::handleTruncate() {
 void SessionSm::checkTimestampMode() {
   PLATFORM_ASSERT(initialized());
   const HwCapability* cap = capability();
-  // Only truncation that is done destroys timestamps: requested but unsupported is none.
-  if ((cap && cap->timestampWithTruncationSupported()) || !sessionStatus_->truncateOperStatus().isActive()) return;
+  if (cap && cap->timestampWithTruncationSupported()) return;
   auto ethDir = configSm_->ethIntfStatusDir();
   for (const auto& dest : session_->targetIntf.keys()) {
     const platform::IntfId intf(dest);

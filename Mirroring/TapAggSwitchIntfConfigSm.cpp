@@ -411,7 +411,9 @@ void SwitchIntfConfigSm::handleLagForwardingModelInput(const platform::IntfId& i
         doUpdatePortStatusForTap(status, intf);
         removed = true;
       }
-      if (removed) return;
+      // A tool role left alone (toggle off) is settled by the full re-evaluation below.
+      const bool toolLeft = isToolMode(mode) && !toggleTapToolPortsEnabled();
+      if (removed && !toolLeft) return;
     }
   }
   TRACE(8, " calling handleSwitchportMode");

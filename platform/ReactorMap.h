@@ -53,8 +53,11 @@ class ReactorMap {
   bool del(const K& k) {
     auto it = map_.find(k);
     if (it == map_.end()) return false;
-    it->second->prepareToDie();
-    map_.erase(k);
+    // The reactor stays findable while it prepares to die (its clean-up may look itself up);
+    // what its handlers did to the map meanwhile is respected.
+    R* dying = it->second.get();
+    dying->prepareToDie();
+    if (auto now = map_.find(k); now != map_.end() && now->second.get() == dying) map_.erase(now);
     return true;
   }
   void delAll() {

@@ -301,7 +301,7 @@ TEST_F(TimestampTruncationTest, MemberTimestampModeFallsBackToTheEthernetStatus)
 
 // The session side: truncation that starts being done, a destination that becomes active and
 // hardware that stops keeping timestamps each report the destinations that timestamp.
-TEST_F(TimestampTruncationTest, ReportedWhenTruncationIsDoneOnADestinationThatTimestamps) {
+TEST_F(TimestampTruncationTest, ReportedWhenASessionsTruncationOrDestinationChangesAndForTruncatingSessions) {
   capability->truncationSupported.set(false);
   capability->multiDestSupported.set(true);
   ethUp("Ethernet1");
@@ -314,14 +314,22 @@ TEST_F(TimestampTruncationTest, ReportedWhenTruncationIsDoneOnADestinationThatTi
   start();
   auto s1 = session("s1", "Ethernet1", Direction::rx, "Ethernet2");
   s1->targetIntfIs("Port-Channel10");
-  s1->truncate.set(true);
-  EXPECT_TRUE(timestampMessages().empty()) << "truncation requested but not done destroys nothing";
-
   const std::string role = "member of mirror destination Port-Channel10";
   const std::vector<std::string> all = {timestampText("Ethernet2", "mirror destination", "s1"),
                                         timestampText("Ethernet3", role, "s1"), timestampText("Ethernet5", role, "s1")};
+  // A change of the session's truncation checks its destinations, whatever truncation's state.
+  capture->clear();
+  s1->truncate.set(true);
+  EXPECT_EQ(timestampMessages(), all);
+  capture->clear();
   capability->truncationSupported.set(true);
   EXPECT_EQ(timestampMessages(), all);
+
+  // An interface's own timestamp mode is checked against the sessions that truncate.
+  capture->clear();
+  eth->intfStatus.get(IntfId("Ethernet4"))->timestampMode.set(Interface::timestampModeHeader);
+  EXPECT_EQ(timestampMessages(), std::vector<std::string>{timestampText("Ethernet4", role, "s1")});
+  eth->intfStatus.get(IntfId("Ethernet4"))->timestampMode.set(Interface::timestampModeDisabled);
 
   capture->clear();
   eth->intfStatus.get(IntfId("Ethernet2"))->hwActive.set(false);

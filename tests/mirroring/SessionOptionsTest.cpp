@@ -80,7 +80,7 @@ TEST_F(Truncation, TheSizeWrittenIsOneTheHardwareLists) {
   EXPECT_EQ(written(), TruncationSize::truncationSizeDefault) << "no sizes listed: the hardware's own";
 }
 
-TEST_F(Truncation, TheHardwareDefaultSizeIsTheOperatorsElseTheHardwares) {
+TEST_F(Truncation, TheHardwareDefaultSizeIsWhatTheOperatorOrTheHardwareSaidLast) {
   start();
   auto configured = config->defaultSessionConfig();
   auto hwDefault = hwConfig->defaultSessionConfig();
@@ -93,24 +93,24 @@ TEST_F(Truncation, TheHardwareDefaultSizeIsTheOperatorsElseTheHardwares) {
   capability->truncationDefault()->truncationSize.set(TruncationSize::truncationSize160);
   EXPECT_EQ(hwDefault->truncationSize(), TruncationSize::truncationSize160) << "a change in place counts";
 
+  // Each side writes its own size when it changes.
   configured->truncationSize.set(TruncationSize::truncationSize192);
   EXPECT_EQ(hwDefault->truncationSize(), TruncationSize::truncationSize192);
   capability->truncationDefault()->truncationSize.set(TruncationSize::truncationSize256);
-  EXPECT_EQ(hwDefault->truncationSize(), TruncationSize::truncationSize192) << "the operator's size stays";
-  configured->truncationSize.set(TruncationSize::truncationSizeDefault);
   EXPECT_EQ(hwDefault->truncationSize(), TruncationSize::truncationSize256);
+  configured->truncationSize.set(TruncationSize::truncationSizeDefault);
+  EXPECT_EQ(hwDefault->truncationSize(), TruncationSize::truncationSizeDefault);
 
-  // Without the record the hardware default stays as it was.
+  // Without the record a capability change leaves the hardware default as it was.
+  capability->truncationDefault()->truncationSize.set(TruncationSize::truncationSize128);
   capability->truncationDefault.set(nullptr);
   capability->truncationSupported.set(true);
-  EXPECT_EQ(hwDefault->truncationSize(), TruncationSize::truncationSize256);
+  EXPECT_EQ(hwDefault->truncationSize(), TruncationSize::truncationSize128);
 
-  // A new agent over the same inputs agrees, and so writes nothing.
-  capability->truncationDefault.set(record);
+  // A new agent over the same inputs writes the configured default, as at any start.
   configSm = nullptr;
-  const uint64_t before = writes();
   start();
-  EXPECT_EQ(writes(), before);
+  EXPECT_EQ(hwDefault->truncationSize(), TruncationSize::truncationSizeDefault);
 }
 
 // --- the other options ------------------------------------------------------------------------

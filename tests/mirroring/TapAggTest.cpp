@@ -328,6 +328,14 @@ TEST_F(TapAggSwitchIntfTest, EachModeCleansItsOwnRolesBeforeRebuilding) {
   EXPECT_THAT(hwToolPorts(), ElementsAre("Ethernet1"));
   EXPECT_EQ(toolStatus("tools", "Ethernet1"), activePort());
   EXPECT_EQ(portMode("Ethernet1"), EthIntf::portModeTapAgg);
+
+  // The CLI record gone takes every role, also the one an earlier mode left behind.
+  switchportModeIs("Ethernet1", switchportModeTap);
+  ASSERT_THAT(hwToolPorts(), ElementsAre("Ethernet1"));
+  cliIntfs->switchIntfConfigDel(IntfId("Ethernet1"));
+  EXPECT_THAT(hwTapPorts(), IsEmpty());
+  EXPECT_THAT(hwToolPorts(), IsEmpty());
+  EXPECT_THAT(groups(), IsEmpty());
 }
 
 TEST_F(TapAggSwitchIntfTest, GroupsComeWithTheirFirstMemberAndGoWithTheirLast) {

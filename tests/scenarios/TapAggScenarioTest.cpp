@@ -104,9 +104,12 @@ class TapAggScenario : public ScenarioTest {
   // every toggle takes its default).
   Outcome runTapAgg(const Json& state, const std::vector<std::string>& changes,
                     const std::vector<std::string>& mounts = {kErrdisable, kPortMode, kHw, kStatus},
-                    const std::string& mirroringToggles = "") {
+                    const std::string& mirroringToggles = "", const std::string& olvoToggles = "") {
     fs::create_directories(dir_ / "toggles");
+    fs::remove(dir_ / "toggles" / "Mirroring.json");
+    fs::remove(dir_ / "toggles" / "Olvo.json");
     if (!mirroringToggles.empty()) file("toggles/Mirroring.json", mirroringToggles);
+    if (!olvoToggles.empty()) file("toggles/Olvo.json", olvoToggles);
     return runScenario(state, changes, mounts, {"--toggles", path("toggles")});
   }
 };
@@ -372,6 +375,26 @@ TEST_F(TapAggScenario, ATapAndToolPortStaysAnActiveDestinationUnlessATapPortUses
   EXPECT_EQ(both(off.dumps[0]), kOut);
   EXPECT_EQ(status(off.dumps[0]), inactive("Mirror destination,"));
   EXPECT_EQ(both(off.last()), kIn);
+}
+
+TEST_F(TapAggScenario, APortThatJoinsALagLeavesTheHardwareInBothRolesWhateverTheToolPortToggle) {
+  const std::string member = "interface/input/forwardingmodel/lag/forwardingModelInput/Ethernet2/3";
+  const std::vector<std::string> stream = {change("set", member, "intfForwardingModelLagMember"), kDump,
+                                           change("del", member)};
+  for (const char* toggles : {"", R"({"TapToolPorts": false})"}) {
+    SCOPED_TRACE(toggles);
+    Outcome o = runTapAgg(tapAggSwitch("tapAggModeExclusive"), stream, {kHw, kStatus}, "", toggles);
+    ASSERT_EQ(o.dumps.size(), 2u);
+    const Json& joined = o.dumps[0];
+    EXPECT_FALSE(joined[kHw]["tapPort"].contains("Ethernet2/3"));
+    EXPECT_FALSE(joined[kHw]["toolPort"].contains("Ethernet2/3"));
+    EXPECT_EQ(joined[kStatus]["group"]["db"]["tapPort"]["Ethernet2/3"], inactive("Lag member,"));
+    EXPECT_EQ(joined[kStatus]["group"]["db"]["toolPort"]["Ethernet2/3"], inactive("Lag member,"));
+    // Out of the LAG again, the port is rebuilt in both roles.
+    EXPECT_TRUE(o.last()[kHw]["tapPort"].contains("Ethernet2/3"));
+    EXPECT_TRUE(o.last()[kHw]["toolPort"].contains("Ethernet2/3"));
+    EXPECT_EQ(o.last()[kStatus]["group"]["db"]["toolPort"]["Ethernet2/3"], kActive);
+  }
 }
 
 // --- the example ----------------------------------------------------------------------------

@@ -221,9 +221,9 @@ void SwitchIntfConfigSm::SwitchIntfCliConfigReactor::handleTapRawIntfStatus(cons
 void SwitchIntfConfigSm::SwitchIntfCliConfigReactor::prepareToDie() {
   reactor_.detachAll();
   if (initialized_) {
-    // Without a switchport record both roles go; without its groups the interface is no
-    // tap or tool port any more, so its port mode goes too.
-    sm_->doCleanup(intfId_, sm_->switchportMode(intfId_).value_or(Bridging::switchportModeAccess));
+    // Without its groups the interface is no tap or tool port any more: both roles go (a role
+    // an earlier mode left behind included), and its port mode too.
+    sm_->doCleanup(intfId_, Bridging::switchportModeTapTool);
     if (const auto& portModeConfig = sm_->parent()->portModeConfig()) portModeConfig->portModeDel(intfId_.name());
   }
   initialized_ = false;

@@ -24,14 +24,17 @@ for bench in $benches; do
   echo "results: $out" >&2
 
   python3 - "$out" <<'EOF'
-import json, sys
+import json, re, sys
 data = json.load(open(sys.argv[1]))
+# "group/variant/iterations:3" is "group/variant" run a fixed number of times.
+def short(name):
+    return re.sub(r"/(iterations|min_time|repeats):[^/]+", "", name)
 # CPU time excludes the time the process sat descheduled on a busy machine.
 stat, unit, counters = {}, {}, {}
 for b in data["benchmarks"]:
     if b.get("run_type") != "aggregate" or b.get("error_occurred"):
         continue
-    name = b["run_name"]
+    name = short(b["run_name"])
     if b["aggregate_name"] in ("median", "cv"):
         stat.setdefault(name, {})[b["aggregate_name"]] = b["cpu_time"]
     if b["aggregate_name"] == "median":

@@ -19,7 +19,7 @@
 // sources each taken in turn from the tap ports and Port-Channel1-32 (so each of those is a
 // source of about 14 sessions). Every fourth session mirrors into a GRE tunnel: 64 sessions on
 // 16 tunnel keys, four sessions to a key; the last two keys name a VRF that does not exist, so
-// their eight sessions have no active destination. The other sessions send to one of the
+// their seven sessions (the eighth would be mon256) have no active destination. The other sessions send to one of the
 // destination Port-Channels (every sixteenth to two of them), a few to the CPU, and the last one
 // to a tool port, which takes that port out of tap aggregation. Every tenth session also lists
 // a member of a mirrored Port-Channel as a source (inactive: "Member of a source LAG"), every

@@ -43,6 +43,7 @@
 #include "platform/Codec.h"
 #include "platform/Database.h"
 #include "platform/Syslog.h"
+#include "platform/Toggles.h"
 
 namespace {
 
@@ -489,6 +490,8 @@ void registerAll() {
 int main(int argc, char** argv) {
   // Messages the agent raises (the tap-aggregation mode, sessions without room) go nowhere.
   platform::syslog::clearSinks();
+  // No toggle file: the benchmarks run with the toggles' defaults, which is worth no warning.
+  platform::toggles::setWarningHandler([](std::string_view) {});
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   const bench::ScaleSwitch& sw = scaleSwitch();

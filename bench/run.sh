@@ -3,35 +3,73 @@
 # to the floor of their group ("<group>/floor", measured in the same run).
 #
 #   bench/run.sh [extra benchmark flags, e.g. --benchmark_filter=attr_set]
-# BUILD_DIR (default build-rel) and OUT (default $BUILD_DIR/bench.json) can be overridden.
+# BENCHES (default "platformBench agentBench") names the binaries to run; BUILD_DIR (default
+# build-rel) the build directory; REPS (default 5) the repetitions. Each binary's results go
+# to $BUILD_DIR/<binary>.json.
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${BUILD_DIR:-$root/build-rel}
-out=${OUT:-$build/bench.json}
+benches=${BENCHES:-platformBench agentBench}
+reps=${REPS:-5}
 
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release >/dev/null
-ninja -C "$build" platformBench >/dev/null
+# shellcheck disable=SC2086
+ninja -C "$build" $benches >/dev/null
 
-"$build/bin/platformBench" --benchmark_repetitions=5 --benchmark_report_aggregates_only=true \
-  --benchmark_format=json "$@" >"$out"
-echo "results: $out" >&2
+for bench in $benches; do
+  out=$build/$bench.json
+  "$build/bin/$bench" --benchmark_repetitions="$reps" --benchmark_report_aggregates_only=true \
+    --benchmark_format=json "$@" >"$out"
+  echo "results: $out" >&2
 
-python3 - "$out" <<'EOF'
-import json, sys
+  python3 - "$out" <<'EOF'
+import json, re, sys
 data = json.load(open(sys.argv[1]))
+# "group/variant/iterations:3" is "group/variant" run a fixed number of times.
+def short(name):
+    return re.sub(r"/(iterations|min_time|repeats):[^/]+", "", name)
 # CPU time excludes the time the process sat descheduled on a busy machine.
-stat = {}
+stat, unit, counters = {}, {}, {}
 for b in data["benchmarks"]:
-    if b.get("run_type") == "aggregate" and b["aggregate_name"] in ("median", "cv"):
-        stat.setdefault(b["run_name"], {})[b["aggregate_name"]] = b["cpu_time"]
-print(f"{data['context'].get('num_cpus')} cpus; CPU-time medians of "
-      f"{data['benchmarks'][0].get('repetitions', '?')} repetitions")
-print("| benchmark | median ns | x floor | cv |")
-print("| --- | ---: | ---: | ---: |")
+    if b.get("run_type") != "aggregate" or b.get("error_occurred"):
+        continue
+    name = short(b["run_name"])
+    if b["aggregate_name"] in ("median", "cv"):
+        stat.setdefault(name, {})[b["aggregate_name"]] = b["cpu_time"]
+    if b["aggregate_name"] == "median":
+        unit[name] = b.get("time_unit", "ns")
+        counters[name] = {k: v for k, v in b.items() if k.startswith(("w.", "min."))}
+for b in data["benchmarks"]:
+    if b.get("error_occurred"):
+        print(f"ERROR {b['name']}: {b.get('error_message')}")
+if not stat:
+    sys.exit(0)
+reps = data["benchmarks"][0].get("repetitions", "?")
+print(f"{data['context'].get('num_cpus')} cpus; CPU-time medians of {reps} repetitions")
+with_writes = any(counters.values())
+areas = ("mir", "tap", "oth")
+def trio(c, prefix):
+    return "/".join(f"{c.get(prefix + a, 0):.0f}" for a in areas)
+header = "| benchmark | median | x floor | cv |"
+rule = "| --- | ---: | ---: | ---: |"
+if with_writes:
+    header += " writes mir/tap/oth | minimum mir/tap/oth | there / back (minimum) |"
+    rule += " ---: | ---: | ---: |"
+print(header)
+print(rule)
 for name, s in stat.items():
     floor = stat.get(name.rsplit("/", 1)[0] + "/floor", {}).get("median")
     ratio = f"{s['median'] / floor:.2f}" if floor else "-"
     cv = f"{100 * s['cv']:.0f}%" if "cv" in s else "-"
-    print(f"| {name} | {s['median']:.2f} | {ratio} | {cv} |")
+    u = unit[name].replace("us", "µs")
+    line = f"| {name} | {s['median']:.2f} {u} | {ratio} | {cv} |"
+    if with_writes:
+        c = counters.get(name, {})
+        halves = "-"
+        if "w.there" in c:
+            halves = f"{c['w.there']:.0f} / {c['w.back']:.0f} ({c['min.there']:.0f} / {c['min.back']:.0f})"
+        line += f" {trio(c, 'w.')} | {trio(c, 'min.')} | {halves} |"
+    print(line)
 EOF
+done

@@ -65,9 +65,10 @@ void SourceIntfSm::handleDirection() {
     Ptr<SessionSm> other = configSm.sessionSm(otherName);
     if (!other || !other->session() || !other->sessionStatus()) continue;
     if (!other->session()->srcIntf.contains(intf)) continue;
+    // Only a refused source can gain; deciding is a pure read, so the others are left alone.
+    if (other->sessionStatus()->srcOperStatus.get(intf).state != OperState::inactive) continue;
     const OperStatus otherStatus = getSrcOperStatus(configSm, other->session(), intf);
-    const OperStatus published = other->sessionStatus()->srcOperStatus.get(intf);
-    if (published.state == OperState::inactive && otherStatus.isActive()) {
+    if (otherStatus.isActive()) {
       TRACE(2, "handleDirection:: updating the status of ", intf, " to ", otherStatus, " in session ", otherName);
       other->doUpdateSrcStatus(intf, otherStatus);
     }

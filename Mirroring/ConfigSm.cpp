@@ -190,7 +190,11 @@ void ConfigSm::handleSession() {
   PLATFORM_ASSERT(initialized());
   TRACE(1, *this, "::handleSession");
   for (const auto& name : mirroringConfig_->session.keys()) handleSession(name);
-  // A companion that found no room waits, like a session, for room to be freed.
+  admitWaitingCompanions();
+}
+
+// A companion that found no room waits, like a session, for room to be freed.
+void ConfigSm::admitWaitingCompanions() {
   for (const auto& name : mirroringConfig_->session.keys()) {
     Ptr<SessionSm> sm = sessionSm(name);
     if (sm && sm->session()->dropGreTunnelKey().hasUsableDestination() && !sessionSm(fwdingDropSessionName(name))) {
@@ -232,7 +236,11 @@ void ConfigSm::handleSession(const std::string& name) {
   TRACE(2, "Deleting SessionSm for session ", name);
   deleteSession(name);
   const uint16_t maxSessions = mirroringHwCapability_ ? mirroringHwCapability_->maxSupportedSessions() : 0;
-  if (maxSessions <= mirroringConfig_->session.size()) handleSession();
+  if (maxSessions <= mirroringConfig_->session.size()) {
+    handleSession();
+  } else {
+    admitWaitingCompanions();
+  }
 }
 
 void ConfigSm::deleteSession(const std::string& name) {

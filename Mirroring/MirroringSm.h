@@ -304,6 +304,7 @@ class ConfigSm : public platform::RefCounted {
   void staleSessionSmDel(const std::string& name) { staleSessionSm_.erase(name); }
   // Whether a session of this name has (or may take) a status within the hardware's limit.
   bool roomForSession(const std::string& name) const;
+  void admitWaitingCompanions();
   const std::map<uint8_t, std::string>& globalSessionId() const { return globalSessionId_; }
   uint32_t globalSessionIdCount() const { return globalSessionIdCount_; }
 

@@ -199,3 +199,28 @@ TEST_F(Gre, OnlyReceiveSourcesAndConfiguredVrfs) {
   EXPECT_TRUE(hwSession("a")->targetIntf.contains("Gre1"));
   EXPECT_FALSE(hwSession("a")->srcIntf.contains("Ethernet2"));
 }
+
+TEST_F(Gre, AForwardingDropCompanionIsRefusedWithoutRoomAndComesWhenASessionGoes) {
+  capability->maxSupportedSessions.set(2);
+  for (auto i : {"Ethernet1", "Ethernet2"}) intfUp(i);
+  start();
+  auto a = addSession("a", {"Ethernet1"}, {"Gre0"}, Direction::rx);
+  a->greTunnelKey.set(keyTo("10.0.0.1"));
+  auto b = addSession("b", {"Ethernet2"}, {"Gre0"}, Direction::rx);
+  b->greTunnelKey.set(keyTo("10.0.0.2"));
+  const std::string companion = fwdingDropSessionName("a");
+
+  // Both hardware sessions are taken: the companion is refused as a session would be.
+  a->dropGreTunnelKey.set(keyTo("10.0.0.9"));
+  EXPECT_FALSE(configSm->sessionSm(companion));
+  EXPECT_FALSE(status->sessionStatus.contains(companion));
+  ASSERT_FALSE(syslog->records().empty());
+  EXPECT_EQ(syslog->records().back().key, "MIRRORING_NOSESSIONGROUPS");
+  EXPECT_EQ(syslog->records().back().text, "Insufficient hardware resources to allocate mirror session " +
+                                                companion + ". The current limit on the number of mirror sessions is 2.");
+
+  deleteSession("b");
+  ASSERT_TRUE(configSm->sessionSm(companion));
+  EXPECT_TRUE(status->sessionStatus.contains(companion));
+  EXPECT_LT(hwSession(companion) ? hwSession(companion)->sessionId() : 0u, 2u);
+}

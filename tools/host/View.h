@@ -20,8 +20,9 @@
 //                           A configured session without a status is one the agent refused
 //                           for lack of hardware sessions: "not programmed: no room". An option
 //                           line appears only for options the session's entities carry.
-//   Tap aggregation         tapagg/cliconfig (mode), tapagg/status (group: tapPort, toolPort,
-//                           each {active, reason})
+//   Tap aggregation         tapagg/cliconfig (mode), tapagg/hwconfig (slice, and tapPort and
+//                           toolPort: whether a port is handed to the hardware), tapagg/status
+//                           (group: tapPort, toolPort, each {active, reason})
 //   Errdisabled interfaces  interface/errdisable/cause/<cause> (intfStatus: interface to the
 //                           clock time it was disabled)
 #pragma once

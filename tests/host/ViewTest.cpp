@@ -447,7 +447,7 @@ TEST(View, WithoutTheHardwareCopyAnActiveDestinationMeansProgrammed) {
   status->sessionStatus.is("up")->targetOperStatus.set("Ethernet1", active());
   status->sessionStatus.is("down")->targetOperStatus.set("Ethernet2", inactive("Destination Conflict"));
   std::ostringstream out;
-  ASSERT_TRUE(host::renderMonitorSessions(db, out));
+  ASSERT_TRUE(host::renderMonitorSessions(host::viewContents(db), out));
   EXPECT_NE(out.str().find("Session down\n  Status:            not programmed: no active destination\n"),
             std::string::npos)
       << out.str();
@@ -473,7 +473,7 @@ TEST(View, GreTunnelsListEachTunnelWithItsKeyAndTheSessionsThatUseIt) {
   status->sessionStatus.is("c")->targetOperStatus.set("Ethernet2", active());
 
   std::ostringstream out;
-  ASSERT_TRUE(host::renderMonitorSessions(db, out));
+  ASSERT_TRUE(host::renderMonitorSessions(host::viewContents(db), out));
   const std::string text = out.str();
   const std::string tunnels = text.substr(text.find("GRE tunnels\n"));
   EXPECT_EQ(tunnels,
@@ -486,7 +486,7 @@ TEST(View, GreTunnelsListEachTunnelWithItsKeyAndTheSessionsThatUseIt) {
   platform::Database none;
   mount<Status>(none, "mirroring/status")->sessionStatus.is("a");
   std::ostringstream quiet;
-  host::renderMonitorSessions(none, quiet);
+  host::renderMonitorSessions(host::viewContents(none), quiet);
   EXPECT_EQ(quiet.str().find("GRE tunnels"), std::string::npos);
 }
 
@@ -501,7 +501,7 @@ TEST(View, SectionsAppearOnlyForMountsThatArePresent) {
   platform::Database tapOnly;
   mount<CliConfig>(tapOnly, "tapagg/cliconfig")->mode.set(TapAggMode::mixed);
   std::ostringstream sessions;
-  EXPECT_FALSE(host::renderMonitorSessions(tapOnly, sessions));
+  EXPECT_FALSE(host::renderMonitorSessions(host::viewContents(tapOnly), sessions));
   EXPECT_EQ(sessions.str(), "");
   EXPECT_EQ(host::renderView(tapOnly), "Tap aggregation\n---------------\nMode: mixed\n");
 }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <optional>
 #include <ostream>
 #include <set>
 #include <sstream>
@@ -112,11 +111,10 @@ std::string withReason(const std::pair<std::string, std::string>& status) {
   return status.second.empty() ? status.first : status.first + " (" + status.second + ")";
 }
 
-// The content of a mount, or null when the database has no such mount.
-std::optional<Value> mountContent(const platform::Database& db, const std::string& path) {
-  platform::Mount* m = db.find(path);
-  if (!m) return std::nullopt;
-  return platform::entityToValue(*m->root());
+// The content of a mount, or null when there is no such mount.
+const Value* mountContent(const MountContents& mounts, const std::string& path) {
+  auto it = mounts.find(path);
+  return it == mounts.end() ? nullptr : &it->second;
 }
 
 void heading(std::ostream& out, const std::string& title) {
@@ -372,14 +370,20 @@ void renderGreTunnels(std::ostream& out, const Value* tunnels, const Value* publ
 
 }  // namespace
 
-bool renderMonitorSessions(const platform::Database& db, std::ostream& out) {
-  auto config = mountContent(db, "mirroring/config");
-  auto status = mountContent(db, "mirroring/status");
-  auto hwconfig = mountContent(db, "mirroring/hwconfig");
+MountContents viewContents(const platform::Database& db) {
+  MountContents out;
+  for (platform::Mount* m : db.mounts()) out.emplace(m->path(), platform::entityToValue(*m->root()));
+  return out;
+}
+
+bool renderMonitorSessions(const MountContents& mounts, std::ostream& out) {
+  const Value* config = mountContent(mounts, "mirroring/config");
+  const Value* status = mountContent(mounts, "mirroring/status");
+  const Value* hwconfig = mountContent(mounts, "mirroring/hwconfig");
   if (!config && !status && !hwconfig) return false;
-  const Value* configured = config ? member(&*config, "session") : nullptr;
-  const Value* published = status ? member(&*status, "sessionStatus") : nullptr;
-  const Value* programmed = hwconfig ? member(&*hwconfig, "session") : nullptr;
+  const Value* configured = member(config, "session");
+  const Value* published = member(status, "sessionStatus");
+  const Value* programmed = member(hwconfig, "session");
 
   heading(out, "Monitor sessions");
   std::set<std::string> names;
@@ -389,21 +393,21 @@ bool renderMonitorSessions(const platform::Database& db, std::ostream& out) {
   if (names.empty()) out << "No sessions.\n";
   for (const auto& name : names) {
     renderSession(out, name, entry(configured, name), entry(published, name), entry(programmed, name),
-                  hwconfig.has_value(), config.has_value(), status ? member(&*status, "grePayloadType") : nullptr);
+                  hwconfig != nullptr, config != nullptr, member(status, "grePayloadType"));
   }
-  if (status) renderGreTunnels(out, member(&*status, "greTunnelKey"), published);
+  if (status) renderGreTunnels(out, member(status, "greTunnelKey"), published);
   return true;
 }
 
-bool renderTapAggregation(const platform::Database& db, std::ostream& out) {
-  auto cli = mountContent(db, "tapagg/cliconfig");
-  auto status = mountContent(db, "tapagg/status");
-  auto hwconfig = mountContent(db, "tapagg/hwconfig");
+bool renderTapAggregation(const MountContents& mounts, std::ostream& out) {
+  const Value* cli = mountContent(mounts, "tapagg/cliconfig");
+  const Value* status = mountContent(mounts, "tapagg/status");
+  const Value* hwconfig = mountContent(mounts, "tapagg/hwconfig");
   if (!cli && !status) return false;
   heading(out, "Tap aggregation");
   if (cli) {
     // The enumerators read "tapAggModeExclusive"; an operator reads "exclusive".
-    std::string mode = text(member(&*cli, "mode"));
+    std::string mode = text(member(cli, "mode"));
     static constexpr std::string_view modePrefix = "tapAggMode";
     if (mode.size() > modePrefix.size() && mode.starts_with(modePrefix)) {
       mode = mode.substr(modePrefix.size());
@@ -411,11 +415,11 @@ bool renderTapAggregation(const platform::Database& db, std::ostream& out) {
     }
     out << "Mode: " << mode << '\n';
   }
-  const Value* slices = hwconfig ? member(&*hwconfig, "slice") : nullptr;
+  const Value* slices = member(hwconfig, "slice");
   if (!entries(slices).empty()) {
     std::string line;
     for (const auto& [slice, on] : entries(slices)) {
-      line += (line.empty() ? "" : ", ") + slice + (on->isBool() && on->asBool() ? " on" : " off");
+      line += (line.empty() ? "" : ", ") + slice + (on && on->isBool() && on->asBool() ? " on" : " off");
     }
     out << "Slices: " << line << '\n';
   }
@@ -423,7 +427,7 @@ bool renderTapAggregation(const platform::Database& db, std::ostream& out) {
   // "Hardware" says whether the port is handed to the hardware: a port down only for its link
   // stays there while inactive.
   Table ports({"Group", "Port", "Role", "Active", "Hardware", "Reason"});
-  for (const auto& [group, groupStatus] : entries(member(&*status, "group"))) {
+  for (const auto& [group, groupStatus] : entries(member(status, "group"))) {
     for (const char* role : {"tap", "tool"}) {
       std::string field = std::string(role) + "Port";
       IntfNames names;
@@ -433,7 +437,7 @@ bool renderTapAggregation(const platform::Database& db, std::ostream& out) {
         const Value* active = member(port, "active");
         std::string activeText = active && active->isBool() ? (active->asBool() ? "yes" : "no") : text(active);
         std::string inHw = "-";
-        if (hwconfig) inHw = entry(member(&*hwconfig, field), intf) ? "yes" : "no";
+        if (hwconfig) inHw = entry(member(hwconfig, field), intf) ? "yes" : "no";
         const Value* reason = member(port, "reason");
         ports.addRow({group, intf, role, activeText, inHw, reason ? text(reason) : ""});
       }
@@ -444,16 +448,15 @@ bool renderTapAggregation(const platform::Database& db, std::ostream& out) {
   return true;
 }
 
-bool renderErrdisabledInterfaces(const platform::Database& db, std::ostream& out) {
+bool renderErrdisabledInterfaces(const MountContents& mounts, std::ostream& out) {
   static constexpr std::string_view prefix = "interface/errdisable/cause/";
   // An entry's value is when the interface was disabled (clock seconds).
   Table table({"Interface", "Cause", "Since"});
   bool any = false;
-  for (platform::Mount* m : db.mounts()) {
-    if (!m->path().starts_with(prefix)) continue;
+  for (const auto& [path, content] : mounts) {
+    if (!path.starts_with(prefix)) continue;
     any = true;
-    Value content = platform::entityToValue(*m->root());
-    std::string cause = m->path().substr(prefix.size());
+    std::string cause = path.substr(prefix.size());
     IntfNames names;
     addKeys(names, member(&content, "intfStatus"));
     for (const auto& intf : names) table.addRow({intf, cause, text(entry(member(&content, "intfStatus"), intf))});
@@ -465,12 +468,12 @@ bool renderErrdisabledInterfaces(const platform::Database& db, std::ostream& out
   return true;
 }
 
-std::string renderView(const platform::Database& db) {
+std::string renderView(const MountContents& mounts) {
   std::ostringstream out;
   bool first = true;
   for (auto render : {renderMonitorSessions, renderTapAggregation, renderErrdisabledInterfaces}) {
     std::ostringstream section;
-    if (!render(db, section)) continue;
+    if (!render(mounts, section)) continue;
     if (!first) out << '\n';
     out << section.str();
     first = false;
@@ -478,5 +481,7 @@ std::string renderView(const platform::Database& db) {
   if (first) out << "Nothing to show: none of the mounts the view reads is present.\n";
   return out.str();
 }
+
+std::string renderView(const platform::Database& db) { return renderView(viewContents(db)); }
 
 }  // namespace host

@@ -1,10 +1,12 @@
 // The readable view: what an operator wants to see of the agent's state, as plain text.
 //
-// The view reads the database through the reflection (each mount's content as a Value), by
-// mount path and field name, not through the agent's C++ types: the host does not link the
-// agent, and the view keeps working while those types grow. Each section has its own small
-// renderer and is left out when none of the mounts it reads is present. A field that is
-// missing or has an unexpected shape shows as "-" rather than failing the view.
+// The view works on plain values: each mount's content as a Value (what the reflection makes
+// of it, the same JSON shape a dump writes), keyed by mount path. It reads them by mount path
+// and field name, never through the agent's C++ types: the host does not link the agent, and
+// the view keeps working while those types grow. `viewContents` takes those values from a
+// database; a test can as well write them as JSON. Each section has its own small renderer
+// and is left out when none of the mounts it reads is present. A field that is missing or has
+// an unexpected shape shows as "-" rather than failing the view.
 //
 // Sections and what they read:
 //   Monitor sessions        mirroring/config (session: srcIntf/direction, targetIntf and the
@@ -24,14 +26,16 @@
 //                           toolPort: whether a port is handed to the hardware), tapagg/status
 //                           (group: tapPort, toolPort, each {active, reason})
 //   Errdisabled interfaces  interface/errdisable/cause/<cause> (intfStatus: interface to the
-//                           clock time it was disabled)
+//                           clock time it was disabled), causes in path order
 #pragma once
 
 #include <iosfwd>
+#include <map>
 #include <string>
 #include <vector>
 
 #include "platform/Database.h"
+#include "platform/Value.h"
 
 namespace host {
 
@@ -48,12 +52,20 @@ class Table {
   std::vector<std::vector<std::string>> rows_;
 };
 
+// Each mount's content, keyed by mount path.
+using MountContents = std::map<std::string, platform::Value>;
+
+// The content of every mount of the database.
+MountContents viewContents(const platform::Database& db);
+
 // One renderer per section; each answers false (and writes nothing) when its mounts are absent.
-bool renderMonitorSessions(const platform::Database& db, std::ostream& out);
-bool renderTapAggregation(const platform::Database& db, std::ostream& out);
-bool renderErrdisabledInterfaces(const platform::Database& db, std::ostream& out);
+bool renderMonitorSessions(const MountContents& mounts, std::ostream& out);
+bool renderTapAggregation(const MountContents& mounts, std::ostream& out);
+bool renderErrdisabledInterfaces(const MountContents& mounts, std::ostream& out);
 
 // Every section that has something to read, separated by blank lines.
+std::string renderView(const MountContents& mounts);
+// The same for the database's current content.
 std::string renderView(const platform::Database& db);
 
 }  // namespace host

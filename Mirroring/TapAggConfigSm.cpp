@@ -32,19 +32,11 @@ std::ostream& operator<<(std::ostream& os, const ConfigSm&) { return os << "TapA
 
 namespace {
 
-std::optional<Bridging::SwitchportMode> bridgingMode(const ConfigSm& configSm, const platform::IntfId& intf) {
-  const auto& bridging = configSm.bridgingConfig();
-  if (!bridging) return std::nullopt;
-  auto record = bridging->switchIntfConfig.get(intf);
-  if (!record) return std::nullopt;
-  return record->switchportMode();
-}
-
 // Whether an active destination of a session takes the port out of tap aggregation: a
 // tap-and-tool port that no tap port uses as its tool interface may stay, if the toggle says so.
 bool activeTargetIsDestination(const ConfigSm& configSm, const platform::IntfId& intf) {
   if (!toggleMirrorDestinationOnTapToolPortEnabled()) return true;
-  auto mode = bridgingMode(configSm, intf);
+  auto mode = switchportModeOf(configSm.bridgingConfig(), intf);
   if (!mode || *mode != Bridging::switchportModeTapTool) return true;
   return toolInterfaceInUse(configSm, intf);
 }
@@ -94,14 +86,14 @@ PortStatus getPortStatus(const ConfigSm& configSm, const platform::IntfId& intf)
 bool toolInterfaceInUse(const ConfigSm& configSm, const platform::IntfId& intf) {
   if (TRACE.enabled(8)) TRACE(8, __PRETTY_FUNCTION__, " for ", intf);
   if (!configSm.bridgingConfig()) return false;
-  auto mode = bridgingMode(configSm, intf);
+  auto mode = switchportModeOf(configSm.bridgingConfig(), intf);
   if (!mode || !isToolMode(*mode)) return false;
   const auto& dir = configSm.switchIntfConfigDir();
   if (!dir) return false;
   if (auto own = dir->switchIntfConfig.get(intf); own && own->toolIntfInUse() != 0) return true;
   for (const auto& [other, record] : dir->switchIntfConfig) {
     if (other == intf) continue;
-    auto otherMode = bridgingMode(configSm, other);
+    auto otherMode = switchportModeOf(configSm.bridgingConfig(), other);
     if (!otherMode || !isTapMode(*otherMode)) continue;
     if (record->tapRawIntf.contains(intf)) return true;
   }

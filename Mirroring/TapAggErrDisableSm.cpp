@@ -131,12 +131,12 @@ bool ErrDisableSm::errDisableNeeded(const platform::IntfId& intf) const {
     TRACE(8, intf, " Not initialized. return false");
     return false;
   }
-  auto config = bic_ ? bic_->switchIntfConfig.get(intf) : nullptr;
-  if (!config) {
+  const auto mode = switchportModeOf(bic_, intf);
+  if (!mode) {
     TRACE(8, intf, " No switchIntfConfig found: return false");
     return false;
   }
-  const Bridging::SwitchportMode switchportMode = config->switchportMode();
+  const Bridging::SwitchportMode switchportMode = *mode;
   const bool tapAggPort = isTapAggMode(switchportMode);
   const bool exempt = cliConfig_->noerrdisableIntf.get(intf, false);
   bool need = false;
@@ -175,12 +175,12 @@ platform::IntfId ErrDisableSm::activeIntf(const platform::IntfId& intf) const {
 }
 
 bool ErrDisableSm::isTapAggLag(const platform::IntfId& intf) const {
-  auto config = bic_ ? bic_->switchIntfConfig.get(intf) : nullptr;
-  if (!config) {
+  const auto mode = switchportModeOf(bic_, intf);
+  if (!mode) {
     TRACE(8, intf, " No switchIntfConfig found: return false");
     return false;
   }
-  return isTapAggMode(config->switchportMode());
+  return isTapAggMode(*mode);
 }
 
 void ErrDisableSm::errDisable(const platform::IntfId& intf) {

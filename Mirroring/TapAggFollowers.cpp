@@ -50,9 +50,9 @@ void EthIntfStatusSm::IntfStatusReactor::handleLinkStatus() {
     return;
   }
   TRACE(8, intfId_, " linkStatus is ", static_cast<unsigned>(linkStatus));
-  const PortStatus portStatus = getPortStatus(*parent, intfId_);
   auto mode = switchIntfConfigSm->switchportMode(intfId_);
   if (!mode) return;
+  const PortStatus portStatus = getPortStatus(*parent, intfId_);
   if (isTapMode(*mode)) switchIntfConfigSm->doUpdatePortStatusForTap(portStatus, intfId_);
   if (isToolMode(*mode)) switchIntfConfigSm->doUpdatePortStatusForTool(portStatus, intfId_);
 }
@@ -131,11 +131,11 @@ void MirroringSessionStatusSm::SessionStatusReactor::handleTargetOperStatus(cons
   const Mirroring::OperStatus* target = status_->targetOperStatus.find(name);
   const platform::IntfId intf(name);
   ConfigSm* parent = sm_->parent();
-  const PortStatus portStatus = getPortStatus(*parent, intf);
   const auto& switchIntfConfigSm = parent->switchIntfConfigSm();
   if (!switchIntfConfigSm) return;
   if (targetIsMirrorDestination(*parent, intf, target && target->isActive())) {
     TRACE(8, "is mirror destination- update status and hwConfig");
+    const PortStatus portStatus = getPortStatus(*parent, intf);
     const auto& hwConfig = parent->hwConfig();
     if (hwConfig->tapPort.contains(intf)) {
       hwConfig->tapPortDel(intf);

@@ -20,6 +20,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <set>
 #include <string>
@@ -59,6 +60,14 @@ inline bool isToolMode(Bridging::SwitchportMode m) {
   return m == Bridging::switchportModeTool || m == Bridging::switchportModeTapTool;
 }
 inline bool isTapAggMode(Bridging::SwitchportMode m) { return isTapMode(m) || isToolMode(m); }
+
+// An interface's resolved switchport mode; nullopt without the configuration or its record.
+inline std::optional<Bridging::SwitchportMode> switchportModeOf(const Ptr<const Bridging::Config>& bridging,
+                                                                const platform::IntfId& intf) {
+  auto record = bridging ? bridging->switchIntfConfig.get(intf) : nullptr;
+  if (!record) return std::nullopt;
+  return record->switchportMode();
+}
 
 class ConfigSm;
 class SwitchIntfConfigSm;

@@ -279,10 +279,7 @@ void SwitchIntfConfigSm::prepareToDie() {
 }
 
 std::optional<Bridging::SwitchportMode> SwitchIntfConfigSm::switchportMode(const platform::IntfId& intf) const {
-  if (!bridgingConfig_) return std::nullopt;
-  auto config = bridgingConfig_->switchIntfConfig.get(intf);
-  if (!config) return std::nullopt;
-  return config->switchportMode();
+  return switchportModeOf(bridgingConfig_, intf);
 }
 
 void SwitchIntfConfigSm::switchIntfConfigIs(const Ptr<const Bridging::SwitchIntfConfig>& config) {

@@ -326,6 +326,10 @@ class ConfigSm : public platform::RefCounted {
   void staleSessionSmDel(const std::string& name) { staleSessionSm_.erase(name); }
   // Whether a session of this name has (or may take) a status within the hardware's limit.
   bool roomForSession(const std::string& name) const;
+  // The id an earlier run gave the session, while the table keeps it for it; else -1.
+  int claimedId(const std::string& name) const;
+  // Keeps the ids that hardware copies, then statuses, carry for their sessions.
+  void claimIds();
   // A session or companion found no room: it says so, and waits for room to be freed.
   void refuseForRoom(const std::string& name);
   void admitWaitingCompanions();

@@ -70,6 +70,7 @@ void SessionSm::handleInitialized() {
   TRACE(1, *this, "::handleInitialized");
   initialized_ = true;
   sessionId_ = configSm_->allocGlobalSessionId(name_);
+  sessionStatus_->sessionId.set(sessionId_);
   char device[32];
   std::snprintf(device, sizeof device, "mirror%d", int(sessionId_));
   std::string deviceName = device;

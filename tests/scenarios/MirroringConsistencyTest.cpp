@@ -215,6 +215,19 @@ std::vector<Reproducer> reproducers() {
                      EXPECT_EQ(hwOf(o.last(), "y")["sessionId"], 1) << "the first claim of an id keeps it";
                      EXPECT_THAT(keys(o.last()[kHwConfig]["session"]), ElementsAre("x", "y", "z"));
                    }});
+  // A session with no active destination has no hardware copy, but an id all the same: a
+  // restart must not give it another one (nor another device name).
+  Json noCopy = switchState(4);
+  noCopy["mirroring/config"]["session"]["a"] = session({{"Ethernet1", "rx"}}, {"Ethernet5"});
+  noCopy["mirroring/config"]["session"]["b"] = session({{"Ethernet2", "rx"}}, {"Ethernet6"});
+  noCopy["mirroring/config"]["session"]["c"] = session({{"Ethernet3", "rx"}}, {"Ethernet7"});
+  noCopy["interface/status/eth/intf"]["intfStatus"]["Ethernet6"]["hwActive"] = false;
+  cases.push_back({"a session without a hardware copy keeps its id", noCopy, {delSession("a")},
+                   [](const Outcome& o) {
+                     EXPECT_FALSE(o.last()[kHwConfig]["session"].contains("b"));
+                     EXPECT_EQ(statusOf(o.last(), "b")["sessionId"], 1);
+                     EXPECT_EQ(statusOf(o.last(), "b")["mirrorDeviceName"], "mirror1");
+                   }});
   return cases;
 }
 

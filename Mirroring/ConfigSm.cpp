@@ -439,6 +439,8 @@ void ConfigSm::handleMaxSupportedSessions() {
       TRACE(1, "Deleting session ", sessionName);
       deleteSession(sessionName);
       MIRRORING_NOSESSIONGROUPS(sessionName, maxSessions);
+      // It stays configured, and takes the next room that is freed.
+      waiting_.insert(sessionName);
     }
     PLATFORM_ASSERT(globalSessionIdCount_ <= limit);
     return;

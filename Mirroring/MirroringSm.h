@@ -251,6 +251,8 @@ class SessionSm : public platform::RefCounted {
   // What this session publishes for a tunnel interface: the status of the tunnel its key
   // resolves to, or of one it names as a target; nothing for any other.
   OperStatus tunnelStatus(const platform::IntfId& tunnel) const;
+  // What the rules decide for a destination of this session (or a tunnel it resolves to).
+  OperStatus destStatus(const std::string& name) const;
   void writeTunnelStatus(const platform::IntfId& tunnel);
   const HwCapability* capability() const;
   // Brings the sources' statuses in line with the one-IPv6-ACL rule; true when it wrote one

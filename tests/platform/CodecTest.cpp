@@ -184,3 +184,91 @@ TEST_F(Codec, GenericDirectoriesNameTheirEntryTypes) {
   EXPECT_EQ(dir->entry.get<Inner>("one")->text(), "u");
   EXPECT_NE(toJson(dumpState(d)).find("\"@type\":\"Test::Inner\""), std::string::npos);
 }
+
+// --- JSON text ------------------------------------------------------------------------------
+
+namespace {
+
+std::string nested(std::size_t depth, char open, char close, const std::string& inner = "") {
+  return std::string(depth, open) + inner + std::string(depth, close);
+}
+std::string nestedObjects(std::size_t depth) {
+  std::string text;
+  for (std::size_t i = 0; i < depth; ++i) text += R"({"a":)";
+  return text + "1" + std::string(depth, '}');
+}
+
+}  // namespace
+
+TEST(JsonText, NestingIsBoundedAtMaxJsonDepthWhateverTheInput) {
+  struct Case {
+    std::string text;
+    std::string error;  // "" when accepted
+  };
+  const std::vector<Case> cases = {
+      {nested(maxJsonDepth, '[', ']'), ""},
+      {nestedObjects(maxJsonDepth), ""},
+      {nested(maxJsonDepth + 1, '[', ']'), "at 0/0/0/0/0/0/0/0/...: JSON nested deeper than 100 levels"},
+      {nestedObjects(maxJsonDepth + 1), "at a/a/a/a/a/a/a/a/...: JSON nested deeper than 100 levels"},
+      // Far beyond any stack: refused as soon as the bound is passed, nothing recurses.
+      {nested(20000, '[', ']'), "JSON nested deeper than 100 levels"},
+      {nested(20000, '[', ']', "1"), "JSON nested deeper than 100 levels"},
+      {nestedObjects(20000), "JSON nested deeper than 100 levels"},
+      {R"({"x": [1, {"y": )" + nested(99, '[', ']') + "}]}", "at x/1/y/0/0/0/0/0/...: JSON nested deeper"},
+  };
+  for (const auto& c : cases) {
+    std::string error;
+    auto v = parseJson(c.text, error);
+    if (c.error.empty()) {
+      ASSERT_TRUE(v) << error;
+      EXPECT_EQ(toJson(*v), c.text);  // and it goes back out the same way
+    } else {
+      EXPECT_FALSE(v);
+      EXPECT_NE(error.find(c.error), std::string::npos) << c.text.substr(0, 40) << "\n  gave: " << error;
+    }
+  }
+}
+
+TEST(JsonText, AnObjectNamesEachMemberOnce) {
+  std::string wide = "{";  // past the size where members are indexed
+  for (int i = 0; i < 40; ++i) wide += "\"m" + std::to_string(i) + "\":" + std::to_string(i) + ",";
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {R"({"op":"set","op":"del"})", "duplicate member \"op\""},
+      {R"({"a":{"b":[{"c":1,"c":2}]}})", "at a/b/0: duplicate member \"c\""},
+      {wide + R"("m39":0})", "duplicate member \"m39\""},
+      {wide + R"("m0":0})", "duplicate member \"m0\""},
+      {R"({"a":1,"b":{"a":2}})", ""},
+      {wide + R"("m40":40})", ""},
+  };
+  for (const auto& [text, expected] : cases) {
+    std::string error;
+    auto v = parseJson(text, error);
+    if (expected.empty()) {
+      ASSERT_TRUE(v) << error;
+      EXPECT_EQ(toJson(*v), text) << "members keep their order";
+    } else {
+      EXPECT_FALSE(v) << text;
+      EXPECT_EQ(error, expected) << text;
+    }
+  }
+}
+
+TEST(JsonText, NumbersStringsAndMalformedText) {
+  std::string error;
+  auto v = parseJson(R"([-5, 5, 18446744073709551615, 2.5, 1e3, "\u00e9", null, true])", error);
+  ASSERT_TRUE(v) << error;
+  const auto& a = v->asArray();
+  EXPECT_EQ(a[0].kind(), Value::Kind::integer);
+  EXPECT_EQ(a[1].kind(), Value::Kind::unsignedInteger);
+  uint64_t big = 0;
+  EXPECT_TRUE(a[2].toUint64(big));
+  EXPECT_EQ(big, 18446744073709551615u);
+  EXPECT_EQ(a[3].kind(), Value::Kind::real);
+  EXPECT_TRUE(a[4].isIntegral());
+  EXPECT_EQ(a[5].asString(), "\xc3\xa9");
+  for (const std::string& bad : {std::string("{\"a\":"), std::string("{\"a\":1} x"), std::string("\"\xff\""),
+                                std::string("1e400"), std::string(""), std::string("{'a':1}")}) {
+    EXPECT_FALSE(parseJson(bad, error)) << bad;
+    EXPECT_EQ(error.rfind("malformed JSON: ", 0), 0u) << error;
+  }
+}

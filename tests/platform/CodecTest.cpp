@@ -124,6 +124,17 @@ TEST_F(Codec, BadInputIsRejectedAndWritesNothing) {
       // A change that is good up to a bad member deep inside writes nothing either.
       {R"({"op":"merge","path":"test/root","value":{"flag":false,"leaf":{"Ethernet5":{"color":"nope"}}}})",
        "unknown enumerator"},
+      // Enumerator numbers must name an enumerator, as values and as keys.
+      {R"({"op":"set","path":"test/root/leaf/Ethernet3/1/color","value":3})", "unknown enumerator 3"},
+      {R"({"op":"set","path":"test/root/leaf/Ethernet3/1/color","value":"3"})", "unknown enumerator \"3\""},
+      // An interface key is never empty; strings that hold interface names follow IntfId's rules.
+      {R"({"op":"merge","path":"test/root/leaf","value":{"":{}}})", "malformed interface name \"\""},
+      {R"({"op":"set","path":"test/root/member/eth1"})", "malformed interface name \"eth1\""},
+      {R"({"op":"set","path":"test/root/member","value":["Ethernet1",""]})", "malformed interface name \"\""},
+      {R"({"op":"set","path":"test/root/uplink","value":"Ethernet01"})", "malformed interface name \"Ethernet01\""},
+      {R"({"op":"set","path":"test/root/leaf/Ethernet3/1","value":{"name":"Ethernet4"}})",
+       "must match the entry's key"},
+      {R"({"op":"set","path":"test/root/leaf/Ethernet3/1","value":{"name":""}})", "must match the entry's key"},
   };
   for (const auto& [line, expected] : bad) {
     std::string error = change(line);
@@ -131,6 +142,17 @@ TEST_F(Codec, BadInputIsRejectedAndWritesNothing) {
   }
   EXPECT_EQ(dump(), before);
   EXPECT_EQ(db.totalWrites(), writes);
+}
+
+TEST_F(Codec, InterfaceNamesKeptAsStringsKeepStringOrderAndAnEmptyValueMeansNone) {
+  EXPECT_EQ(change(R"({"op":"set","path":"test/root/member","value":["Ethernet2","Ethernet10"]})"), "");
+  EXPECT_EQ(change(R"({"op":"set","path":"test/root/member/Ethernet3/1"})"), "");
+  EXPECT_EQ(root->member.keys(), (std::vector<std::string>{"Ethernet10", "Ethernet2", "Ethernet3/1"}));
+  EXPECT_EQ(change(R"({"op":"set","path":"test/root/uplink","value":"Port-Channel5"})"), "");
+  EXPECT_EQ(change(R"({"op":"set","path":"test/root/uplink","value":""})"), "");
+  EXPECT_EQ(root->uplink(), "");
+  // A key restated inside its entry matches by what it reads as.
+  EXPECT_EQ(change(R"({"op":"set","path":"test/root/leaf/Ethernet3/1","value":{"name":"Ethernet3/1"}})"), "");
 }
 
 TEST_F(Codec, ErrorsNameThePathOfTheFault) {

@@ -179,10 +179,12 @@ TEST(PlatformTypesEnums, AcceptNamesAndNumbersAndWriteNames) {
                           "value": "linkSideways"})"),
             "");
   EXPECT_EQ(e1->linkStatus(), Interface::linkUp);
-  // A number beyond the enumeration's byte is refused.
-  EXPECT_NE(change(db, R"({"op": "set", "path": "interface/status/eth/intf/intfStatus/Ethernet1/linkStatus",
-                          "value": 300})"),
-            "");
+  // A number must name an enumerator; one beyond the enumeration's byte names none either.
+  for (const char* number : {"99", "300", "-1", "2.5", "\"4\""}) {
+    const std::string line = R"({"op": "set", "path": "interface/status/eth/intf/intfStatus/Ethernet1/linkStatus",
+                                 "value": )";
+    EXPECT_NE(change(db, line + number + "}"), "") << number;
+  }
   EXPECT_EQ(e1->linkStatus(), Interface::linkUp);
 }
 
@@ -212,6 +214,11 @@ TEST(PlatformTypesEnums, AclTypeKeysResolveByNameOrNumberInPaths) {
   EXPECT_EQ(ip->type(), Acl::aclTypeIp);
   EXPECT_EQ(ip->acl.get("web")->rule.get(10), "permit ip any any");
   EXPECT_EQ(ip->acl.get("web")->path(), "acl/config/cli/config/aclTypeIp/acl/web");
+  // The key restated by number is the same key; a number that names no type is no key.
+  EXPECT_EQ(change(db, R"({"op": "merge", "path": "acl/config/cli/config/aclTypeIp", "value": {"type": 2}})"), "");
+  EXPECT_NE(change(db, R"({"op": "set", "path": "acl/config/cli/config/9", "value": {}})").find("unknown enumerator"),
+            std::string::npos);
+  EXPECT_EQ(cli->config.size(), 1u);
 }
 
 // --- operations -----------------------------------------------------------------------------

@@ -25,6 +25,10 @@ bool allDigits(const std::string& s) {
 
 Target resolvePath(const Database& db, std::string_view path, std::optional<Value> key, std::string& error) {
   Target t;
+  if (path.empty() || path.front() == '/' || path.back() == '/' || path.find("//") != std::string_view::npos) {
+    error = "malformed path \"" + std::string(path) + "\": empty segment";
+    return t;
+  }
   std::string_view rest;
   t.mount = db.findPrefix(path, rest);
   if (!t.mount) {
@@ -45,6 +49,7 @@ Target resolvePath(const Database& db, std::string_view path, std::optional<Valu
     walked += "/" + name;
     if (i + 1 == segs.size()) {
       t.field = &field;
+      t.keyField = info->key;
       t.key = std::move(key);
       if (t.key && !field.asCollection()) error = "\"key\" given, but " + walked + " is not a collection";
       return t;
@@ -192,6 +197,10 @@ bool applyChange(Database& db, const Change& c, std::string& error) {
   Target t = resolvePath(db, c.path, c.key, where);
   if (!where.empty()) {
     error = where;
+    return false;
+  }
+  if (t.keyField) {
+    error = "at " + c.path + ": a key field cannot be written; it is the entry's place in its collection";
     return false;
   }
   DecodeContext ctx;

@@ -38,6 +38,7 @@ struct Target {
   Entity* entity = nullptr;     // the entity named, or the owner of `field`
   FieldBase* field = nullptr;   // null when the path names an entity
   std::optional<Value> key;     // set when the path names an entry of `field`
+  bool keyField = false;        // `field` is its entity's key field
 };
 Target resolvePath(const Database& db, std::string_view path, std::optional<Value> key, std::string& error);
 

@@ -132,6 +132,12 @@ TEST_F(Codec, BadInputIsRejectedAndWritesNothing) {
       {R"({"op":"set","path":"test/root/member/eth1"})", "malformed interface name \"eth1\""},
       {R"({"op":"set","path":"test/root/member","value":["Ethernet1",""]})", "malformed interface name \"\""},
       {R"({"op":"set","path":"test/root/uplink","value":"Ethernet01"})", "malformed interface name \"Ethernet01\""},
+      // Paths have no empty segments; a key field is the entry's place, not a value to write.
+      {R"({"op":"set","path":"test/root/","value":{}})", "malformed path \"test/root/\": empty segment"},
+      {R"({"op":"set","path":"test/root//flag","value":true})", "empty segment"},
+      {R"({"op":"set","path":"/test/root/flag","value":true})", "empty segment"},
+      {R"({"op":"set","path":"test/root/leaf/Ethernet3/1/name","value":"Ethernet4"})",
+       "a key field cannot be written"},
       {R"({"op":"set","path":"test/root/leaf/Ethernet3/1","value":{"name":"Ethernet4"}})",
        "must match the entry's key"},
       {R"({"op":"set","path":"test/root/leaf/Ethernet3/1","value":{"name":""}})", "must match the entry's key"},

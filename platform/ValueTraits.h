@@ -179,7 +179,9 @@ struct ValueTraits<std::string> {
     return true;
   }
   static std::optional<std::string> keyText(const std::string& s) { return s; }
-  static bool decodeKeyText(const std::string& s, std::string& out, DecodeContext&) {
+  // A key names something; the empty name could not even be written in a path.
+  static bool decodeKeyText(const std::string& s, std::string& out, DecodeContext& ctx) {
+    if (s.empty()) return ctx.fail("a key cannot be empty");
     out = s;
     return true;
   }
@@ -299,15 +301,17 @@ struct ValueTraits<VrfName> {
   static Value encode(const VrfName& n) { return Value(n.str()); }
   static bool decode(const Value& v, VrfName& out, DecodeContext& ctx) {
     if (!v.isString()) return ctx.fail(std::string("expected a VRF name, got ") + v.kindName());
-    return decodeKeyText(v.asString(), out, ctx);
-  }
-  static std::optional<std::string> keyText(const VrfName& n) { return n.str(); }
-  static bool decodeKeyText(const std::string& s, VrfName& out, DecodeContext& ctx) {
+    const std::string& s = v.asString();
     if (!VrfName::valid(s))
       return ctx.fail("VRF name of " + std::to_string(s.size()) + " bytes is longer than " +
                       std::to_string(VrfName::maxLength) + " bytes");
     out = VrfName(s);
     return true;
+  }
+  static std::optional<std::string> keyText(const VrfName& n) { return n.str(); }
+  static bool decodeKeyText(const std::string& s, VrfName& out, DecodeContext& ctx) {
+    if (s.empty()) return ctx.fail("a key cannot be empty");
+    return decode(Value(s), out, ctx);
   }
 };
 

@@ -23,7 +23,7 @@ constexpr int exitRejected = 1;
 constexpr int exitStartup = 2;
 
 int startupError(const std::string& message) {
-  std::cerr << "mirroringd: " << message << std::endl;
+  std::cerr << "mirroringd: " << shortened(message) << std::endl;
   return exitStartup;
 }
 

@@ -311,21 +311,6 @@ TEST(PlatformTypesRejects, OverLongVrfName) {
   EXPECT_EQ(m->writes(), 1u);
 }
 
-TEST(PlatformTypesRejects, MalformedInterfaceKeyWritesNothing) {
-  Database db;
-  Mount* m = db.rootIs<Interface::EthIntfStatusDir>("interface/status/eth/intf");
-  // Ethernet numbers start at 1: the whole change is refused, the good entry included.
-  std::string error = change(db, R"({"op": "set", "path": "interface/status/eth/intf/intfStatus",
-                                    "value": {"Ethernet1": {"hwActive": true}, "Ethernet0": {"hwActive": true}}})");
-  EXPECT_NE(error.find("malformed interface name \"Ethernet0\""), std::string::npos) << error;
-  EXPECT_EQ(m->writes(), 0u);
-
-  Database lagDb;
-  lagDb.rootIs<Lag::Config>("lag/config");
-  error = change(lagDb, R"({"op": "set", "path": "lag/config/phyIntf/Ethernet1", "value": {"lag": "Port-Channel"}})");
-  EXPECT_NE(error.find("malformed interface name"), std::string::npos) << error;
-}
-
 // --- errdisable cause groups ----------------------------------------------------------------
 
 class ErrdisableCauseGroupInitTest : public testing::Test {

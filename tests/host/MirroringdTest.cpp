@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "MirroringdRunner.h"
 
 using namespace hosttest;
@@ -316,6 +318,30 @@ TEST_F(MirroringdTest, ViewAndListMessagesShowWhatAnOperatorNeeds) {
                                "  Explanation:        The test configuration's value was set to the word that "
                                "raises this message.\n"
                                "  Recommended action: Set the value to anything else.\n"));
+}
+
+TEST_F(MirroringdTest, EveryProgramAnswersHelpWithItsUsageAndWritesNothing) {
+  std::vector<std::pair<std::string, std::string>> programs = {{MIRRORINGD_PATH, "usage: mirroringd"}};
+#ifdef SCALE_SWITCH_STATE_PATH
+  programs.push_back({SCALE_SWITCH_STATE_PATH, "STATE_FILE"});
+#endif
+  for (const char* script : {"scripts/install-deps.sh", "scripts/run-example.sh", "scripts/test.sh", "bench/run.sh",
+                             "bench/agent.sh", ".ci/run"}) {
+    programs.push_back({std::string(SOURCE_DIR) + "/" + script, script});
+  }
+  const std::set<fs::path> before{fs::directory_iterator(dir_), fs::directory_iterator()};
+  for (const auto& [program, usage] : programs) {
+    Result r = runProgram(program, {"--help"});
+    EXPECT_EQ(r.exitCode, 0) << program << ": " << r.err;
+    EXPECT_THAT(r.out, HasSubstr(usage)) << program;
+    std::set<fs::path> now{fs::directory_iterator(dir_), fs::directory_iterator()};
+    for (const char* own : {"stdin.txt", "stdout.txt", "stderr.txt"}) now.erase(dir_ / own);
+    EXPECT_EQ(now, before) << program << " wrote into its working directory";
+  }
+
+  Result r = run({"--version"}, "", {}, false);
+  EXPECT_EQ(r.exitCode, 0);
+  EXPECT_THAT(r.out, ::testing::MatchesRegex("mirroringd [0-9]+\\.[0-9]+\\.[0-9]+\n"));
 }
 
 }  // namespace

@@ -104,6 +104,10 @@ int runMirroringd(int argc, const char* const* argv) {
     std::cout << usage();
     return 0;
   }
+  if (opts.version) {
+    std::cout << versionLine();
+    return 0;
+  }
 
   // Syslog: the readable form on standard error unless told to be quiet, plus what was asked.
   namespace syslog = platform::syslog;

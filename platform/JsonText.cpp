@@ -39,7 +39,7 @@ class ValueBuilder {
   // The member goes in with its value (the next event); until then its name waits here.
   bool key(std::string& k) {
     pendingKey_ = std::move(k);
-    if (isDuplicate(frames_.back())) return fail(where(frames_.size()), "duplicate member \"" + pendingKey_ + "\"");
+    if (isDuplicate(frames_.back())) return fail(where(), "duplicate member \"" + pendingKey_ + "\"");
     return true;
   }
 
@@ -101,8 +101,7 @@ class ValueBuilder {
 
   bool open(Value container) {
     if (frames_.size() == maxJsonDepth) {
-      return fail(where(frames_.size()) + (frames_.size() > kShownSegments ? "/..." : ""),
-                  "JSON nested deeper than " + std::to_string(maxJsonDepth) + " levels");
+      return fail(where(), "JSON nested deeper than " + std::to_string(maxJsonDepth) + " levels");
     }
     Value* v = put(std::move(container));
     frames_.push_back({v, nullptr});
@@ -113,12 +112,13 @@ class ValueBuilder {
     return true;
   }
 
-  // The path from the top to the innermost `depth` frames' open member: member names and
-  // array positions, at most kShownSegments of them.
+  // Where the innermost open container is: the member names and array positions that lead to
+  // it from the top, the first kShownSegments of them.
   static constexpr std::size_t kShownSegments = 8;
-  std::string where(std::size_t depth) const {
+  std::string where() const {
     std::string path;
-    for (std::size_t i = 0; i + 1 < depth && i < kShownSegments; ++i) {
+    for (std::size_t i = 0; i + 1 < frames_.size(); ++i) {
+      if (i == kShownSegments) return path + "/...";
       const Value& v = *frames_[i].value;
       if (!path.empty()) path += '/';
       path += v.isArray() ? std::to_string(v.asArray().size() - 1) : v.asObject().back().first;

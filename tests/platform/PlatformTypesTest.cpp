@@ -1,4 +1,5 @@
-// The platform's entity types: their JSON shape, their operations, and what the codec rejects.
+// The platform's entity types: their JSON shape and their operations (what the codec refuses is
+// in the catalogue of tests/host/BadInputTest.cpp).
 #include <gtest/gtest.h>
 
 #include <string>
@@ -284,31 +285,6 @@ TEST(PlatformTypesOperations, KeyedEntriesCarryTheirKey) {
 
   Ip::AllVrfStatusGlobal vrfs;
   EXPECT_EQ(vrfs.vrfIs(platform::VrfName("blue"))->name(), platform::VrfName("blue"));
-}
-
-// --- what the codec rejects -----------------------------------------------------------------
-
-TEST(PlatformTypesRejects, OverLongVrfName) {
-  Database db;
-  Mount* m = db.rootIs<Ip::AllVrfStatusGlobal>("ip/vrf/status/global");
-  auto vrfs = platform::dynamicPtrCast<Ip::AllVrfStatusGlobal>(m->root());
-  const std::string longest(platform::VrfName::maxLength, 'v');
-  const std::string tooLong(platform::VrfName::maxLength + 1, 'v');
-
-  EXPECT_EQ(change(db, R"({"op": "set", "path": "ip/vrf/status/global/vrf/)" + longest +
-                          R"(", "value": {"state": "vrfStateActive"}})"),
-            "");
-  EXPECT_EQ(vrfs->vrf.size(), 1u);
-
-  // As a path segment and as a key inside a value.
-  std::string error = change(db, R"({"op": "set", "path": "ip/vrf/status/global/vrf/)" + tooLong +
-                                    R"(", "value": {"state": "vrfStateActive"}})");
-  EXPECT_NE(error.find("longer than 100"), std::string::npos) << error;
-  error = change(db, R"({"op": "merge", "path": "ip/vrf/status/global", "value": {"vrf": {")" + tooLong +
-                        R"(": {"state": "vrfStateActive"}}}})");
-  EXPECT_NE(error.find("longer than 100"), std::string::npos) << error;
-  EXPECT_EQ(vrfs->vrf.size(), 1u);
-  EXPECT_EQ(m->writes(), 1u);
 }
 
 // --- errdisable cause groups ----------------------------------------------------------------

@@ -7,12 +7,12 @@
 //                child entities. Each insert, change and erase notifies the handlers of the
 //                collection and of that one key.
 //   Set<K>       a set of keys, notified per key like a collection.
-// A last template argument names other JSON traits than ValueTraits<T> (or ValueTraits<K> for
-// the keys), for values the C++ type says too little about: Attr<std::string, IntfNameTraits>
-// reads only interface names, and keeps the C++ type and its order.
 //   Child<E>     one owned child entity, present for the owner's whole life.
 // `Attr<Ptr<E>>` holds an optional owned child; `Ref<E>` is a reference to an entity that
 // lives elsewhere (written out as that entity's path).
+// Attr, Coll and Set take the JSON traits of their value (of their key) as a last template
+// argument, ValueTraits<T> by default, for values the C++ type says too little about:
+// Attr<std::string, IntfNameTraits> reads only interface names and keeps the string type.
 //
 // Every entity type derives from `EntityOf<Self>`, names itself with `typeName`, and lists
 // its fields once in a `fields` template; that list is the type's reflection description,

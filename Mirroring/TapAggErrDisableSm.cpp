@@ -23,10 +23,12 @@ struct ErrDisableSm::SwitchIntfReactor {
     initialized = true;
     handleSwitchportMode();
   }
-  // The switchport configuration is gone: nothing conflicts any more.
+  // The switchport configuration is gone: nothing of its own conflicts any more. A LAG member
+  // is still judged by its LAG, as a start-up would judge it.
   void prepareToDie() {
     reactor.detachAll();
     if (sm->causeStatus_->intfStatus.contains(intfId)) sm->causeStatus_->intfStatusDel(intfId);
+    if (initialized && sm->tracksPhyIntf(intfId)) sm->doUpdateErrDisableCauseStatus(intfId);
     initialized = false;
   }
 

@@ -404,7 +404,9 @@ std::vector<Reproducer> reproducers() {
       "interface/status/eth/intf": {"intfStatus": {"Ethernet2": {}}},
       "lag/config": {"phyIntf": {"Ethernet2": {"lag": "Port-Channel2"}}}})");
   cases.push_back({"a member follows its Port-Channel's switchport mode", member,
-                   {setAt("bridging/config/switchIntfConfig/Port-Channel2", {{"switchportMode", 5}})},
+                   {setAt("bridging/config/switchIntfConfig/Ethernet2", Json::object()),
+                    setAt("bridging/config/switchIntfConfig/Port-Channel2", {{"switchportMode", 5}}),
+                    del("bridging/config/switchIntfConfig/Ethernet2")},
                    [](const Outcome& o) {
                      EXPECT_THAT(keys(o.last()["interface/errdisable/cause/tapagg"]["intfStatus"]),
                                  ElementsAre("Ethernet2"));

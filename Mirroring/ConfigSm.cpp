@@ -47,21 +47,6 @@ struct ConfigSm::PhyIntfReactor {
   platform::Reactor reactor;
 };
 
-// Follows the sources and targets of one configured session, room or not, for the index.
-struct ConfigSm::SessionConfigReactor {
-  SessionConfigReactor(ConfigSm* sm, Ptr<const Session> s) : configSm(sm), session(std::move(s)) {
-    reactor.on(session->srcIntf, [this](const std::string& intf) {
-      configSm->indexIntf(session->name(), intf, false, session->srcIntf.contains(intf));
-    });
-    reactor.on(session->targetIntf, [this](const std::string& intf) {
-      configSm->indexIntf(session->name(), intf, true, session->targetIntf.contains(intf));
-    });
-  }
-  ConfigSm* configSm;
-  Ptr<const Session> session;
-  platform::Reactor reactor;
-};
-
 ConfigSm::ConfigSm(Ptr<const Config> mirroringConfig, Ptr<Status> mirroringStatus, Ptr<Config> mirroringHwConfig,
                    Ptr<const HwStatus> mirroringHwStatus, Ptr<const HwCapability> mirroringHwCapability,
                    Ptr<const Interface::EthIntfStatusDir> ethIntfStatusDir, Ptr<const Lag::Config> lagConfig,
@@ -81,7 +66,9 @@ ConfigSm::ConfigSm(Ptr<const Config> mirroringConfig, Ptr<Status> mirroringStatu
       forwardingModelInputDir_(std::move(forwardingModelInputDir)),
       allVrfStatus_(std::move(allVrfStatus)),
       lagIntfStatusDir_(std::move(lagIntfStatusDir)),
-      allEthPhyIntfStatusDir_(std::move(allEthPhyIntfStatusDir)) {
+      allEthPhyIntfStatusDir_(std::move(allEthPhyIntfStatusDir)),
+      greTunnels_(mirroringStatus_),
+      sessionIndex_(mirroringConfig_, [this](const std::string& lag) { reviewLagMembers(lag); }) {
   PLATFORM_ASSERT(mirroringConfig_ && mirroringStatus_ && mirroringHwConfig_);
   configReactor_.on(mirroringConfig_->session, [this](const std::string& name) { handleSession(name); });
   if (mirroringHwStatus_) {
@@ -145,7 +132,6 @@ ConfigSm::~ConfigSm() {
   // The state machines go; what they wrote stays for the next run to reconcile.
   for (const auto& [name, sm] : sessionSm_) sm->detach();
   sessionSm_.clear();
-  sessionConfig_.clear();
   ethIntfStatusSm_.clear();
   ethLagIntfSm_.clear();
   phyIntf_.clear();
@@ -155,10 +141,7 @@ ConfigSm::~ConfigSm() {
 
 void ConfigSm::handleInitialized() {
   TRACE(1, *this, "::handleInitialized");
-  // The bitmap first: the tunnels an earlier run left stay taken until the sweep decides.
-  greTunnelBitMap_.assign(kGreTunnelNumMax, false);
   mark();
-  for (const auto& name : mirroringConfig_->session.keys()) indexSession(name);
   defaultSessionConfigSm_ =
       make<DefaultSessionConfigSm>(mirroringConfig_->defaultSessionConfig(), mirroringHwConfig_->defaultSessionConfig(),
                                    mirroringStatus_);
@@ -166,6 +149,7 @@ void ConfigSm::handleInitialized() {
     forwardingModelSm_ = mirroringForwardingModelSmFactory(mirroringStatus_, forwardingModelInputDir_);
   }
   initialized_ = true;
+  sessionIndex_.notifyIs(true);
   handleMaxSupportedSessions();
   handleEthIntfStatus();
   // LAG members present at start-up get their followers as if each had just been added.
@@ -183,11 +167,7 @@ void ConfigSm::mark() {
   // A hardware copy without a status is left over as much as a status is.
   for (const auto& name : mirroringStatus_->sessionStatus.keys()) staleSessionSm_.insert(name);
   for (const auto& name : mirroringHwConfig_->session.keys()) staleSessionSm_.insert(name);
-  // Every tunnel either map names; its number stays taken until a key claims the tunnel or the
-  // sweep lets it go, so that no new key is given a tunnel that an old one still holds.
-  for (const auto& intf : mirroringStatus_->greTunnelKey.keys()) staleGreTunnelKey_.insert(intf);
-  for (const auto& [key, intf] : mirroringStatus_->greTunnelKeyToIntfId) staleGreTunnelKey_.insert(intf);
-  for (const auto& intf : staleGreTunnelKey_) greTunnelNumberTake(intf);
+  greTunnels_.mark();
 }
 
 void ConfigSm::sweep() {
@@ -210,20 +190,7 @@ void ConfigSm::sweep() {
     mirroringHwConfig_->sessionDel(name);
     staleSessionSm_.erase(name);
   }
-  for (const auto& intf : std::vector<platform::IntfId>(staleGreTunnelKey_.begin(), staleGreTunnelKey_.end())) {
-    mirroringStatus_->greTunnelKey.del(intf);
-    if (greIntfUserCount(intf) == 0) {
-      const uint32_t number = intf.greTunnelNumber();
-      if (number >= 1 && number <= greTunnelBitMap_.size()) greTunnelBitMap_[number - 1] = false;
-    }
-    staleGreTunnelKey_.erase(intf);
-  }
-  // A key whose tunnel does not name it back is a leftover too (the two maps mirror each other).
-  for (const auto& key : mirroringStatus_->greTunnelKeyToIntfId.keys()) {
-    const platform::IntfId intf = mirroringStatus_->greTunnelKeyToIntfId.get(key);
-    const GreTunnelKey* back = mirroringStatus_->greTunnelKey.find(intf);
-    if (!back || !(*back == key)) mirroringStatus_->greTunnelKeyToIntfId.del(key);
-  }
+  greTunnels_.sweep();
   for (const auto& [name, intf, dest] : released) handleIntfClaimChanged(name, intf, dest);
   // Room the sweep freed goes to the sessions that waited for it.
   if (sessionsSwept) retryWaiting();
@@ -356,7 +323,7 @@ void ConfigSm::handleSession(const std::string& name) {
   PLATFORM_ASSERT(initialized());
   TRACE(1, *this, "::handleSession", "( ", name, " )");
   Ptr<const Session> session = mirroringConfig_->session.get(name);
-  indexSession(name);
+  sessionIndex_.sessionIs(name);
   if (session) {
     if (sessionSm(name)) return;
     if (!roomForSession(name)) {
@@ -489,209 +456,6 @@ void ConfigSm::handleMaxSupportedSessions() {
   claimIds();
   renumberBeyondBound();
   handleSession();
-}
-
-// --- GRE tunnel interfaces -------------------------------------------------------------------
-
-void ConfigSm::incGreIntfUserCount(const platform::IntfId& intf) {
-  uint16_t c = greIntfUserCount(intf);
-  TRACE(2, "Inc ", intf, " user cnt to ", c + 1);
-  greIntfUserCnt_[intf] = uint16_t(c + 1);
-}
-
-void ConfigSm::decGreIntfUserCount(const platform::IntfId& intf) {
-  auto it = greIntfUserCnt_.find(intf);
-  const uint16_t userCnt = it == greIntfUserCnt_.end() ? 0 : it->second;
-  PLATFORM_ASSERT(userCnt);
-  TRACE(2, "Dec ", intf, " user cnt to ", userCnt - 1);
-  it->second = uint16_t(userCnt - 1);
-  if (it->second != 0) return;
-  greIntfUserCnt_.erase(it);
-  TRACE(2, "No more session user for ", intf, ". Deleting");
-  GreTunnelKey key = mirroringStatus_->greTunnelKey.get(intf);
-  mirroringStatus_->greTunnelKeyToIntfId.del(key);
-  const uint32_t number = intf.greTunnelNumber();
-  if (number >= 1 && number <= greTunnelBitMap_.size()) greTunnelBitMap_[number - 1] = false;
-  mirroringStatus_->greTunnelKey.del(intf);
-}
-
-uint16_t ConfigSm::greIntfUserCount(const platform::IntfId& intf) const {
-  auto it = greIntfUserCnt_.find(intf);
-  return it == greIntfUserCnt_.end() ? 0 : it->second;
-}
-
-platform::IntfId ConfigSm::greTunnelOf(const GreTunnelKey& key) const {
-  const platform::IntfId* intf = mirroringStatus_->greTunnelKeyToIntfId.find(key);
-  if (!intf) return platform::IntfId();
-  const uint32_t number = intf->greTunnelNumber();
-  const GreTunnelKey* back = mirroringStatus_->greTunnelKey.find(*intf);
-  if (!intf->isGreTunnel() || number < 1 || number > kGreTunnelNumMax || !back || !(*back == key)) {
-    return platform::IntfId();
-  }
-  return *intf;
-}
-
-platform::IntfId ConfigSm::greTunnelIntfAlloc() {
-  for (std::size_t i = 0; i < greTunnelBitMap_.size(); ++i) {
-    if (greTunnelBitMap_[i]) continue;
-    greTunnelBitMap_[i] = true;
-    return platform::IntfId::greTunnel(uint32_t(i + 1));
-  }
-  TRACE(0, "No free GRE tunnel interface among ", greTunnelBitMap_.size());
-  return platform::IntfId();
-}
-
-void ConfigSm::greTunnelNumberTake(const platform::IntfId& intf) {
-  const uint32_t number = intf.greTunnelNumber();
-  if (number >= 1 && number <= greTunnelBitMap_.size()) greTunnelBitMap_[number - 1] = true;
-}
-
-bool ConfigSm::greTunnelNumberTaken(uint32_t number) const {
-  return number >= 1 && number <= greTunnelBitMap_.size() && greTunnelBitMap_[number - 1];
-}
-
-// --- capability ------------------------------------------------------------------------------
-
-namespace {
-std::vector<Ptr<SessionSm>> snapshot(const std::map<std::string, Ptr<SessionSm>>& sms) {
-  std::vector<Ptr<SessionSm>> out;
-  for (const auto& [name, sm] : sms) out.push_back(sm);
-  return out;
-}
-
-bool capability(const Ptr<const HwCapability>& cap, bool (*read)(const HwCapability&)) {
-  return cap && read(*cap);
-}
-}  // namespace
-
-void ConfigSm::handleTruncationSupported() {
-  PLATFORM_ASSERT(initialized());
-  TRACE(1, *this, "::handleTruncationSupported", ": truncationSupported = ",
-        capability(mirroringHwCapability_, [](const HwCapability& c) { return c.truncationSupported(); }));
-  // The hardware's default size stands in the hardware defaults, unless the operator
-  // configured a default size; without the record the hardware default stays as it was.
-  if (mirroringHwCapability_ && mirroringHwCapability_->truncationDefault()) {
-    mirroringHwConfig_->defaultSessionConfig()->truncationSize.set(
-        mirroringHwCapability_->truncationDefault()->truncationSize());
-  }
-  for (const auto& sm : snapshot(sessionSm_)) sm->handleTruncate();
-}
-
-void ConfigSm::handleHeaderRemovalSupported() {
-  PLATFORM_ASSERT(initialized());
-  TRACE(1, *this, "::handleHeaderRemovalSupported", ": headerRemovalSupported = ",
-        capability(mirroringHwCapability_, [](const HwCapability& c) { return c.headerRemovalSupported(); }));
-  for (const auto& sm : snapshot(sessionSm_)) sm->handleHeaderRemoval();
-}
-
-namespace {
-// Re-evaluates, in every session, the destinations that `pick` selects.
-void reviewDests(const std::map<std::string, Ptr<SessionSm>>& sms, bool (*pick)(const std::string&)) {
-  for (const auto& sm : snapshot(sms)) {
-    for (const auto& dest : sm->session()->targetIntf.keys()) {
-      if (pick(dest)) sm->handleDest(dest);
-    }
-  }
-}
-}  // namespace
-
-void ConfigSm::handleCpuDestSupported() {
-  PLATFORM_ASSERT(initialized());
-  TRACE(1, *this, "::handleCpuDestSupported", ": cpuDestSupported = ",
-        capability(mirroringHwCapability_, [](const HwCapability& c) { return c.cpuDestSupported(); }));
-  reviewDests(sessionSm_, [](const std::string& d) { return d == kCpuIntfName; });
-}
-
-void ConfigSm::handleLoopbackDestSupported() {
-  PLATFORM_ASSERT(initialized());
-  TRACE(1, *this, "::handleLoopbackDestSupported", ": loopbackDestSupported = ",
-        capability(mirroringHwCapability_, [](const HwCapability& c) { return c.loopbackDestSupported(); }));
-  reviewDests(sessionSm_, [](const std::string& d) { return platform::IntfId(d).isLoopback(); });
-}
-
-void ConfigSm::handleLagDestSupported() {
-  PLATFORM_ASSERT(initialized());
-  TRACE(1, *this, "::handleLagDestSupported", ": lagSupported = ",
-        capability(mirroringHwCapability_, [](const HwCapability& c) { return c.lagDestSupported(); }));
-  reviewDests(sessionSm_, [](const std::string& d) { return platform::IntfId(d).isPortChannel(); });
-}
-
-void ConfigSm::handleMultiDestSupported() {
-  PLATFORM_ASSERT(initialized());
-  TRACE(1, *this, "::handleMultiDestSupported");
-  for (const auto& sm : snapshot(sessionSm_)) sm->handleDest();
-}
-
-void ConfigSm::handleMultiSessionForDestSupported() {
-  PLATFORM_ASSERT(initialized());
-  TRACE(1, *this, "::handleMultiSessionForDestSupported");
-  for (const auto& sm : snapshot(sessionSm_)) sm->handleDest();
-}
-
-void ConfigSm::handleMultiSessionForSourceSupported() {
-  PLATFORM_ASSERT(initialized());
-  TRACE(1, *this, "::handleMultiSessionForSourceSupported");
-  for (const auto& sm : snapshot(sessionSm_)) sm->handleSource();
-}
-
-void ConfigSm::handleRxSamplingSupported() {
-  PLATFORM_ASSERT(initialized());
-  TRACE(1, *this, "::handleRxSamplingSupported", ": rxSamplingSupported = ",
-        capability(mirroringHwCapability_, [](const HwCapability& c) { return c.rxSamplingSupported(); }));
-  for (const auto& sm : snapshot(sessionSm_)) sm->handleRxSampleRate();
-}
-
-void ConfigSm::handleSameIntfSrcAndDestSupported() {
-  PLATFORM_ASSERT(initialized());
-  TRACE(1, *this, "::handleSameIntfSrcAndDestSupported", ": sameIntfSrcAndDestSupported = ",
-        capability(mirroringHwCapability_, [](const HwCapability& c) { return c.sameIntfSrcAndDestSupported(); }));
-  // Both rules read it: sources first, as an interface status change does.
-  for (const auto& sm : snapshot(sessionSm_)) {
-    sm->handleSource();
-    sm->handleDest();
-  }
-}
-
-void ConfigSm::handleTimestampWithTruncationSupported() {
-  PLATFORM_ASSERT(initialized());
-  TRACE(1, *this, "::handleTimestampWithTruncationSupported", ": timestampWithTruncationSupported = ",
-        capability(mirroringHwCapability_,
-                   [](const HwCapability& c) { return c.timestampWithTruncationSupported(); }));
-  // Nothing to program; hardware that stops keeping timestamps reports what truncates them.
-  for (const auto& sm : snapshot(sessionSm_)) {
-    if (sm->sessionStatus()->truncateOperStatus().isActive()) sm->checkTimestampMode();
-  }
-}
-
-void ConfigSm::handleSrcAclSupported() {
-  PLATFORM_ASSERT(initialized());
-  TRACE(1, *this, "::handleSrcAclSupported", ": srcAclSupported = ",
-        capability(mirroringHwCapability_, [](const HwCapability& c) { return c.srcAclSupported(); }));
-  // Filters that waited for the next rewrite get it now.
-  for (const auto& sm : snapshot(sessionSm_)) {
-    bool filtered = false;
-    for (const auto& [intf, src] : sm->session()->srcIntf) filtered = filtered || !src->srcAcl().empty();
-    if (filtered) sm->doMaybeUpdateHwConfig();
-  }
-}
-
-void ConfigSm::handleMirrorDeviceName(const std::string& name) {
-  PLATFORM_ASSERT(initialized());
-  TRACE(2, *this, "::handleMirrorDeviceName", "( ", name, " )");
-  auto status = mirroringStatus_->sessionStatus.get(name);
-  if (!status) return;
-  // The device name is the hardware's when it published one, else none; written once so that
-  // an unchanged name is no write at all.
-  std::string device;
-  if (mirroringHwStatus_) {
-    if (const std::string* published = mirroringHwStatus_->mirrorDeviceName.find(name)) device = *published;
-  }
-  status->mirrorDeviceName.set(device);
-}
-
-void ConfigSm::handleMirrorDeviceName() {
-  PLATFORM_ASSERT(initialized());
-  for (const auto& sm : snapshot(sessionSm_)) handleMirrorDeviceName(sm->name());
 }
 
 // --- interfaces, LAGs and VRFs ---------------------------------------------------------------
@@ -837,58 +601,12 @@ void ConfigSm::maybeUpdateSrcLagMemberState(const std::string& intfName) {
 
 bool ConfigSm::isMirroringSrcPort(const std::string& intfName) const {
   TRACE(2, "isMirroringSrcPort", " Intf: ", intfName);
-  return srcSessions_.count(intfName) != 0;
+  return !srcSessionsOf(intfName).empty();
 }
 
 bool ConfigSm::isMirroringDestPort(const std::string& intfName) const {
   TRACE(2, "isMirroringDestPort", " Intf: ", intfName);
-  return targetSessions_.count(intfName) != 0;
-}
-
-namespace {
-const std::set<std::string> kNoSessions;
-}
-
-const std::set<std::string>& ConfigSm::srcSessionsOf(const std::string& intfName) const {
-  auto it = srcSessions_.find(intfName);
-  return it == srcSessions_.end() ? kNoSessions : it->second;
-}
-
-const std::set<std::string>& ConfigSm::targetSessionsOf(const std::string& intfName) const {
-  auto it = targetSessions_.find(intfName);
-  return it == targetSessions_.end() ? kNoSessions : it->second;
-}
-
-// The index follows every configured session, whether it found room or not: a Port-Channel
-// that a waiting session names is a mirroring source all the same.
-void ConfigSm::indexSession(const std::string& name) {
-  Ptr<const Session> session = mirroringConfig_->session.get(name);
-  auto it = sessionConfig_.find(name);
-  if (it != sessionConfig_.end()) {
-    if (it->second->session == session) return;
-    std::unique_ptr<SessionConfigReactor> gone = std::move(it->second);
-    sessionConfig_.erase(it);
-    for (const auto& intf : gone->session->srcIntf.keys()) indexIntf(name, intf, false, false);
-    for (const auto& intf : gone->session->targetIntf.keys()) indexIntf(name, intf, true, false);
-  }
-  if (!session) return;
-  sessionConfig_[name] = std::make_unique<SessionConfigReactor>(this, session);
-  for (const auto& intf : session->srcIntf.keys()) indexIntf(name, intf, false, true);
-  for (const auto& intf : session->targetIntf.keys()) indexIntf(name, intf, true, true);
-}
-
-void ConfigSm::indexIntf(const std::string& session, const std::string& intf, bool target, bool present) {
-  auto& index = target ? targetSessions_ : srcSessions_;
-  auto it = index.find(intf);
-  const bool was = it != index.end();
-  if (present) {
-    index[intf].insert(session);
-  } else if (was) {
-    it->second.erase(session);
-    if (it->second.empty()) index.erase(it);
-  }
-  const bool now = index.count(intf) != 0;
-  if (was != now && initialized_ && platform::IntfId(intf).isPortChannel()) reviewLagMembers(intf);
+  return !targetSessionsOf(intfName).empty();
 }
 
 void ConfigSm::reviewLagMembers(const std::string& lag) {

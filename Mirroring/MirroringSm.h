@@ -20,7 +20,9 @@
 #include <string>
 #include <vector>
 
+#include "Mirroring/GreTunnelPool.h"
 #include "Mirroring/MirroringModel.h"
+#include "Mirroring/SessionIndex.h"
 #include "platform/AclTypes.h"
 #include "platform/InterfaceTypes.h"
 #include "platform/IpTypes.h"
@@ -290,7 +292,7 @@ std::ostream& operator<<(std::ostream& os, const SessionSm& sm);
 
 class ConfigSm : public platform::RefCounted {
  public:
-  static constexpr uint16_t kGreTunnelNumMax = 64;
+  static constexpr uint16_t kGreTunnelNumMax = GreTunnelPool::kTunnelNumMax;
 
   ConfigSm(Ptr<const Config> mirroringConfig, Ptr<Status> mirroringStatus, Ptr<Config> mirroringHwConfig,
            Ptr<const HwStatus> mirroringHwStatus, Ptr<const HwCapability> mirroringHwCapability,
@@ -358,19 +360,17 @@ class ConfigSm : public platform::RefCounted {
   uint32_t globalSessionIdCount() const { return globalSessionIdCount_; }
 
   // GRE tunnel interfaces.
-  void incGreIntfUserCount(const platform::IntfId& intf);
-  void decGreIntfUserCount(const platform::IntfId& intf);
-  uint16_t greIntfUserCount(const platform::IntfId& intf) const;
+  void incGreIntfUserCount(const platform::IntfId& intf) { greTunnels_.inc(intf); }
+  void decGreIntfUserCount(const platform::IntfId& intf) { greTunnels_.dec(intf); }
+  uint16_t greIntfUserCount(const platform::IntfId& intf) const { return greTunnels_.userCount(intf); }
   // Takes the lowest free tunnel number and answers its interface ("Gre<n>").
-  platform::IntfId greTunnelIntfAlloc();
+  platform::IntfId greTunnelIntfAlloc() { return greTunnels_.alloc(); }
   // Marks the tunnel number of an interface restored from status as taken.
-  void greTunnelNumberTake(const platform::IntfId& intf);
-  bool greTunnelNumberTaken(uint32_t number) const;
+  void greTunnelNumberTake(const platform::IntfId& intf) { greTunnels_.take(intf); }
+  bool greTunnelNumberTaken(uint32_t number) const { return greTunnels_.taken(number); }
   // The tunnel interface the status maps `key` to, when the two maps agree on it; else empty.
-  platform::IntfId greTunnelOf(const GreTunnelKey& key) const;
-  void staleGreTunnelKeyIs(const platform::IntfId& intf) { staleGreTunnelKey_.insert(intf); }
-  void staleGreTunnelKeyDel(const platform::IntfId& intf) { staleGreTunnelKey_.erase(intf); }
-  bool staleGreTunnelKeyHas(const platform::IntfId& intf) const { return staleGreTunnelKey_.count(intf) != 0; }
+  platform::IntfId greTunnelOf(const GreTunnelKey& key) const { return greTunnels_.tunnelOf(key); }
+  void staleGreTunnelKeyDel(const platform::IntfId& intf) { greTunnels_.claim(intf); }
 
   // Capability handlers.
   void handleTruncationSupported();
@@ -407,8 +407,12 @@ class ConfigSm : public platform::RefCounted {
   bool isMirroringDestPort(const std::string& intfName) const;
   // The configured sessions that name an interface as a source (as a target), whether or not
   // they found room.
-  const std::set<std::string>& srcSessionsOf(const std::string& intfName) const;
-  const std::set<std::string>& targetSessionsOf(const std::string& intfName) const;
+  const std::set<std::string>& srcSessionsOf(const std::string& intfName) const {
+    return sessionIndex_.srcSessionsOf(intfName);
+  }
+  const std::set<std::string>& targetSessionsOf(const std::string& intfName) const {
+    return sessionIndex_.targetSessionsOf(intfName);
+  }
   // The Port-Channel an interface is a member of, or the empty id.
   platform::IntfId lagOf(const std::string& intfName) const;
 
@@ -420,10 +424,6 @@ class ConfigSm : public platform::RefCounted {
  private:
   // Deletes a session's companion and state machine (each told to die first) and its status.
   void deleteSession(const std::string& name);
-  // Follows the sources and targets of one configured session for the interface index.
-  struct SessionConfigReactor;
-  void indexSession(const std::string& name);
-  void indexIntf(const std::string& session, const std::string& intf, bool target, bool present);
   // A Port-Channel started or stopped being named as a source or target somewhere: what its
   // members may be as sources changed.
   void reviewLagMembers(const std::string& lag);
@@ -451,11 +451,9 @@ class ConfigSm : public platform::RefCounted {
   // every status that goes gives them another chance.
   std::set<std::string> waiting_;
   bool walkingSessions_ = false, walkAgain_ = false;
-  std::map<std::string, std::set<std::string>> srcSessions_, targetSessions_;
-  std::map<std::string, std::unique_ptr<SessionConfigReactor>> sessionConfig_;
-  std::set<platform::IntfId> staleGreTunnelKey_;
-  std::vector<bool> greTunnelBitMap_;
-  std::map<platform::IntfId, uint16_t> greIntfUserCnt_;
+
+  GreTunnelPool greTunnels_;
+  SessionIndex sessionIndex_;
   Ptr<DefaultSessionConfigSm> defaultSessionConfigSm_;
   Ptr<MirroringForwardingModelSm> forwardingModelSm_;
   std::map<platform::IntfId, Ptr<EthIntfStatusSm>> ethIntfStatusSm_;

@@ -1,0 +1,72 @@
+#include "Mirroring/SessionIndex.h"
+
+#include "platform/IntfId.h"
+
+namespace Mirroring {
+
+struct SessionIndex::SessionReactor {
+  SessionReactor(SessionIndex* idx, platform::Ptr<const Session> s) : index(idx), session(std::move(s)) {
+    reactor.on(session->srcIntf, [this](const std::string& intf) {
+      index->intfIs(session->name(), intf, false, session->srcIntf.contains(intf));
+    });
+    reactor.on(session->targetIntf, [this](const std::string& intf) {
+      index->intfIs(session->name(), intf, true, session->targetIntf.contains(intf));
+    });
+  }
+  SessionIndex* index;
+  platform::Ptr<const Session> session;
+  platform::Reactor reactor;
+};
+
+SessionIndex::SessionIndex(platform::Ptr<const Config> config, PortChannelNamed changed)
+    : config_(std::move(config)), changed_(std::move(changed)) {
+  for (const auto& name : config_->session.keys()) sessionIs(name);
+}
+
+SessionIndex::~SessionIndex() = default;
+
+void SessionIndex::sessionIs(const std::string& name) {
+  platform::Ptr<const Session> session = config_->session.get(name);
+  auto it = sessions_.find(name);
+  if (it != sessions_.end()) {
+    if (it->second->session == session) return;
+    std::unique_ptr<SessionReactor> gone = std::move(it->second);
+    sessions_.erase(it);
+    for (const auto& intf : gone->session->srcIntf.keys()) intfIs(name, intf, false, false);
+    for (const auto& intf : gone->session->targetIntf.keys()) intfIs(name, intf, true, false);
+  }
+  if (!session) return;
+  sessions_[name] = std::make_unique<SessionReactor>(this, session);
+  for (const auto& intf : session->srcIntf.keys()) intfIs(name, intf, false, true);
+  for (const auto& intf : session->targetIntf.keys()) intfIs(name, intf, true, true);
+}
+
+namespace {
+const std::set<std::string> kNoSessions;
+}
+
+const std::set<std::string>& SessionIndex::srcSessionsOf(const std::string& intf) const {
+  auto it = src_.find(intf);
+  return it == src_.end() ? kNoSessions : it->second;
+}
+
+const std::set<std::string>& SessionIndex::targetSessionsOf(const std::string& intf) const {
+  auto it = target_.find(intf);
+  return it == target_.end() ? kNoSessions : it->second;
+}
+
+void SessionIndex::intfIs(const std::string& session, const std::string& intf, bool target, bool present) {
+  auto& index = target ? target_ : src_;
+  auto it = index.find(intf);
+  const bool was = it != index.end();
+  if (present) {
+    index[intf].insert(session);
+  } else if (was) {
+    it->second.erase(session);
+    if (it->second.empty()) index.erase(it);
+  }
+  const bool now = index.count(intf) != 0;
+  if (was != now && notify_ && changed_ && platform::IntfId(intf).isPortChannel()) changed_(intf);
+}
+
+}  // namespace Mirroring

@@ -1,0 +1,53 @@
+// Which configured sessions name an interface as a source, and which as a target.
+//
+// The index follows every session of the configuration, whether it found room in the hardware
+// or not: a Port-Channel that a waiting session names is a mirroring source all the same, and
+// the rules about its members read exactly that. When the first session names a Port-Channel
+// (as a source or a target), or the last one stops, the index tells its owner, whose rules
+// about the members changed.
+//
+// Precondition a caller could get wrong: `sessionIs(name)` runs for a session of the
+// configuration whenever the session entry appears, goes or is replaced, before anything reads
+// the index about it (the owner's handler of the configuration's session collection does so
+// first); entries added to or removed from a followed session are picked up by the index
+// itself.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "Mirroring/MirroringModel.h"
+#include "platform/Reactor.h"
+
+namespace Mirroring {
+
+class SessionIndex {
+ public:
+  using PortChannelNamed = std::function<void(const std::string& portChannel)>;
+
+  SessionIndex(platform::Ptr<const Config> config, PortChannelNamed changed);
+  ~SessionIndex();
+
+  // Follows (again, or no more) the session of that name as the configuration has it now.
+  void sessionIs(const std::string& name);
+  // Whether changes of Port-Channels are told (not while the owner starts up).
+  void notifyIs(bool notify) { notify_ = notify; }
+
+  const std::set<std::string>& srcSessionsOf(const std::string& intf) const;
+  const std::set<std::string>& targetSessionsOf(const std::string& intf) const;
+
+ private:
+  struct SessionReactor;
+  void intfIs(const std::string& session, const std::string& intf, bool target, bool present);
+
+  platform::Ptr<const Config> config_;
+  PortChannelNamed changed_;
+  bool notify_ = false;
+  std::map<std::string, std::set<std::string>> src_, target_;
+  std::map<std::string, std::unique_ptr<SessionReactor>> sessions_;
+};
+
+}  // namespace Mirroring

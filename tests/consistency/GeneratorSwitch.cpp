@@ -254,8 +254,8 @@ void GeneratorModel::makeSwitch() {
   }
   if (rng.chance(3)) {
     // Many sessions against a limit near the width of the hardware session ids.
-    caps["maxSupportedSessions"] = std::vector<int>{255, 256, 257}[rng.below(3)];
-    const int many = rng.range(250, 258);
+    caps["maxSupportedSessions"] = std::vector<int>{255, 256, 257}[rng.weighted({1, 1, 2})];
+    const int many = rng.range(253, 260);
     const bool cpu = rng.chance(50);
     for (int i = 1; i <= many; ++i) {
       sessions()["b" + std::to_string(i)] = {{"targetIntf", cpu ? json::array({"Cpu"}) : json::array()}};

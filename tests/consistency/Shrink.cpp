@@ -29,27 +29,16 @@ class Shrinker {
     return true;
   }
 
-  // Delta debugging over the lines (the marked restart stays).
-  void lines(Stream& s) {
-    std::vector<std::size_t> keep;
-    for (std::size_t i = 0; i < s.lines.size(); ++i) {
-      if (s.lines[i].mark != Line::Mark::restartUnderTest) keep.push_back(i);
-    }
-    auto build = [&s](const std::vector<std::size_t>& k) {
-      Stream c = s;
-      c.lines.clear();
-      std::set<std::size_t> kept(k.begin(), k.end());
-      for (std::size_t i = 0; i < s.lines.size(); ++i) {
-        if (kept.count(i) || s.lines[i].mark == Line::Mark::restartUnderTest) c.lines.push_back(s.lines[i]);
-      }
-      return c;
-    };
+  // Delta debugging: the smallest subset of `items` (by removing chunks, halves first) for
+  // which `fails(build(subset))` still holds.
+  template <class T, class Build>
+  std::vector<T> ddmin(std::vector<T> keep, const Build& build) {
     std::size_t n = 2;
     while (!keep.empty()) {
       const std::size_t chunk = (keep.size() + n - 1) / n;
       bool reduced = false;
       for (std::size_t start = 0; start < keep.size(); start += chunk) {
-        std::vector<std::size_t> candidate(keep.begin(), keep.begin() + long(start));
+        std::vector<T> candidate(keep.begin(), keep.begin() + long(start));
         candidate.insert(candidate.end(), keep.begin() + long(std::min(keep.size(), start + chunk)), keep.end());
         if (fails(build(candidate))) {
           keep = std::move(candidate);
@@ -62,7 +51,25 @@ class Shrinker {
       if (n >= keep.size()) break;
       n = std::min(n * 2, keep.size());
     }
-    s = build(keep);
+    return keep;
+  }
+
+  // The lines (the marked restart stays).
+  void lines(Stream& s) {
+    std::vector<std::size_t> all;
+    for (std::size_t i = 0; i < s.lines.size(); ++i) {
+      if (s.lines[i].mark != Line::Mark::restartUnderTest) all.push_back(i);
+    }
+    auto build = [&s](const std::vector<std::size_t>& k) {
+      Stream c = s;
+      c.lines.clear();
+      std::set<std::size_t> kept(k.begin(), k.end());
+      for (std::size_t i = 0; i < s.lines.size(); ++i) {
+        if (kept.count(i) || s.lines[i].mark == Line::Mark::restartUnderTest) c.lines.push_back(s.lines[i]);
+      }
+      return c;
+    };
+    s = build(ddmin(all, build));
   }
 
   // Members of the state file, outermost first: mounts, their fields, the entries of those
@@ -70,13 +77,15 @@ class Shrinker {
   void state(Stream& s) { stateMembers(s, s.state, 0); }
   void stateMembers(Stream& s, json& object, int depth) {
     if (depth > 4 || !object.is_object()) return;
-    for (const auto& key : keysOf(object)) {
-      json saved = object[key];
-      object.erase(key);
-      if (fails(s)) continue;
-      object[key] = std::move(saved);
-      stateMembers(s, object[key], depth + 1);
-    }
+    const json original = object;
+    auto build = [&](const std::vector<std::string>& kept) {
+      json smaller = json::object();
+      for (const auto& k : kept) smaller[k] = original[k];
+      object = std::move(smaller);
+      return std::cref(s);
+    };
+    build(ddmin(keysOf(original), build));
+    for (const auto& key : keysOf(object)) stateMembers(s, object[key], depth + 1);
   }
 
   // Members of the values of good lines, and their members.

@@ -16,8 +16,10 @@ namespace {
 
 json asJson(const platform::Value& v) {
   switch (v.kind()) {
-    case platform::Value::Kind::null: return nullptr;
-    case platform::Value::Kind::boolean: return v.asBool();
+    case platform::Value::Kind::null:
+      return nullptr;
+    case platform::Value::Kind::boolean:
+      return v.asBool();
     case platform::Value::Kind::integer: {
       int64_t i = 0;
       v.toInt64(i);
@@ -28,8 +30,10 @@ json asJson(const platform::Value& v) {
       v.toUint64(u);
       return u;
     }
-    case platform::Value::Kind::real: return v.asReal();
-    case platform::Value::Kind::string: return v.asString();
+    case platform::Value::Kind::real:
+      return v.asReal();
+    case platform::Value::Kind::string:
+      return v.asString();
     case platform::Value::Kind::array: {
       json a = json::array();
       for (const auto& e : v.asArray()) a.push_back(asJson(e));
@@ -155,13 +159,14 @@ class StreamCheck {
     json after = run.dump();
     if (l.mark == Line::Mark::bad) {
       if (outcome != host::ChangeStream::Outcome::rejected) {
-        if (fail("badLineRefused", "a bad line (" + l.note + ") was accepted: " + l.text, at, "badLineRefused: " + l.note)) {
+        if (fail("badLineRefused", "a bad line (" + l.note + ") was accepted: " + l.text, at,
+                 "badLineRefused: " + l.note)) {
           return true;
         }
       } else if (after != current || !run.writes.empty()) {
         const auto ds = diffStates(current, after);
-        const std::string what = ds.empty() ? "wrote " + run.writes.front().op + " " + run.writes.front().path
-                                            : "changed " + describe(ds);
+        const std::string what =
+            ds.empty() ? "wrote " + run.writes.front().op + " " + run.writes.front().path : "changed " + describe(ds);
         if (fail("badLineChangesNothing", "a refused line " + what, at)) {
           return true;
         }
@@ -226,8 +231,8 @@ class StreamCheck {
     for (const auto& w : run.writes) {
       const json* a = valueAt(current, w.path);
       const json* b = valueAt(after, w.path);
-      writes.push_back(Difference{w.path, a ? std::optional<json>(*a) : std::nullopt,
-                                  b ? std::optional<json>(*b) : std::nullopt});
+      writes.push_back(
+          Difference{w.path, a ? std::optional<json>(*a) : std::nullopt, b ? std::optional<json>(*b) : std::nullopt});
     }
     const auto ws = untolerated(writes, current, after);
     if (!ds.empty() || !ws.empty()) {
@@ -314,12 +319,16 @@ Counters& Counters::operator+=(const Counters& o) {
   return *this;
 }
 
-CheckResult checkStream(const Stream& s, const CheckOptions& o, const std::function<void(const std::string&)>& progress) {
+CheckResult checkStream(const Stream& s, const CheckOptions& o,
+                        const std::function<void(const std::string&)>& progress) {
   return StreamCheck(s, o, progress).run();
 }
 
 json failureToJson(const Failure& f) {
-  return {{"invariant", f.invariant}, {"detail", f.detail}, {"where", f.where}, {"signature", f.signature},
+  return {{"invariant", f.invariant},
+          {"detail", f.detail},
+          {"where", f.where},
+          {"signature", f.signature},
           {"boundary", f.boundary}};
 }
 

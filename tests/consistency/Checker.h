@@ -31,7 +31,7 @@ struct Failure {
   // What makes two failures the same fault: the rule, and for some rules more (the kind of a
   // bad line, the text of an assertion).
   std::string signature;
-  int boundary = -1;      // restart equivalence: the restart was inserted before this line
+  int boundary = -1;  // restart equivalence: the restart was inserted before this line
 };
 
 struct Counters {
@@ -44,7 +44,7 @@ struct Counters {
 
 struct CheckOptions {
   std::string plugin;
-  int boundaries = 6;             // restart boundaries checked when a stream has more
+  int boundaries = 6;  // restart boundaries checked when a stream has more
   bool restartChecks = true;
   // When set, only failures with this signature count (shrinking); others are passed over.
   std::string only;
@@ -59,7 +59,8 @@ struct CheckResult {
 };
 
 // `progress` hears where the run is (for reports of a run that dies); may be empty.
-CheckResult checkStream(const Stream& s, const CheckOptions& o, const std::function<void(const std::string&)>& progress);
+CheckResult checkStream(const Stream& s, const CheckOptions& o,
+                        const std::function<void(const std::string&)>& progress);
 
 json failureToJson(const Failure& f);
 Failure failureFromJson(const json& j);

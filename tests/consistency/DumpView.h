@@ -3,11 +3,10 @@
 // capability say) have one answer each.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <nlohmann/json.hpp>
 
 namespace consistency {
 
@@ -45,7 +44,7 @@ class DumpView {
   // interfaces
   const json* intfStatus(const std::string& intf) const;
   bool hwActive(const std::string& intf) const;
-  std::string lagOf(const std::string& intf) const;  // "" when not a member
+  std::string lagOf(const std::string& intf) const;      // "" when not a member
   bool isSourceInConfig(const std::string& intf) const;  // a source of any configured session
   bool isTargetInConfig(const std::string& intf) const;
   bool vrfExists(const std::string& vrf) const;

@@ -9,11 +9,18 @@ namespace consistency {
 
 namespace {
 
-const char* const kCapabilities[] = {
-    "truncationSupported",   "headerRemovalSupported",      "cpuDestSupported",
-    "lagDestSupported",      "multiDestSupported",          "multiSessionForDestSupported",
-    "multiSessionForSourceSupported", "rxSamplingSupported", "loopbackDestSupported",
-    "sameIntfSrcAndDestSupported",    "timestampWithTruncationSupported", "srcAclSupported"};
+const char* const kCapabilities[] = {"truncationSupported",
+                                     "headerRemovalSupported",
+                                     "cpuDestSupported",
+                                     "lagDestSupported",
+                                     "multiDestSupported",
+                                     "multiSessionForDestSupported",
+                                     "multiSessionForSourceSupported",
+                                     "rxSamplingSupported",
+                                     "loopbackDestSupported",
+                                     "sameIntfSrcAndDestSupported",
+                                     "timestampWithTruncationSupported",
+                                     "srcAclSupported"};
 
 std::string sessionPath(const std::string& s) { return "mirroring/config/session/" + s; }
 
@@ -24,33 +31,81 @@ class LineMaker {
   // `room`: how many lines the stream still takes; a planted block needs its restart inside.
   void next(int room) {
     switch (rng_.weighted({10, 4, 5, 6, 3, 3, 5, 3, 5, 3, 4, 6, 3, 8, 5, 3, 3, 5, 4, 1, 2, 2, 4, 2, 3})) {
-      case 0: sessionSet(); break;
-      case 1: sessionMerge(); break;
-      case 2: sessionDel(); break;
-      case 3: srcSet(); break;
-      case 4: srcDel(); break;
-      case 5: srcDirection(); break;
-      case 6: targetSet(); break;
-      case 7: targetDel(); break;
-      case 8: greKey("greTunnelKey"); break;
-      case 9: greKey("dropGreTunnelKey"); break;
-      case 10: sessionOption(); break;
-      case 11: capability(); break;
-      case 12: maxSessions(); break;
-      case 13: interfaceStatus(); break;
-      case 14: lagMember(); break;
-      case 15: lagStatus(); break;
-      case 16: vrf(); break;
-      case 17: switchport(); break;
-      case 18: switchIntfRecord(); break;
-      case 19: sliceProfile(); break;
-      case 20: tapAggMode(); break;
-      case 21: advance(); break;
-      case 22: good(R"({"op":"restart"})"); break;
+      case 0:
+        sessionSet();
+        break;
+      case 1:
+        sessionMerge();
+        break;
+      case 2:
+        sessionDel();
+        break;
+      case 3:
+        srcSet();
+        break;
+      case 4:
+        srcDel();
+        break;
+      case 5:
+        srcDirection();
+        break;
+      case 6:
+        targetSet();
+        break;
+      case 7:
+        targetDel();
+        break;
+      case 8:
+        greKey("greTunnelKey");
+        break;
+      case 9:
+        greKey("dropGreTunnelKey");
+        break;
+      case 10:
+        sessionOption();
+        break;
+      case 11:
+        capability();
+        break;
+      case 12:
+        maxSessions();
+        break;
+      case 13:
+        interfaceStatus();
+        break;
+      case 14:
+        lagMember();
+        break;
+      case 15:
+        lagStatus();
+        break;
+      case 16:
+        vrf();
+        break;
+      case 17:
+        switchport();
+        break;
+      case 18:
+        switchIntfRecord();
+        break;
+      case 19:
+        sliceProfile();
+        break;
+      case 20:
+        tapAggMode();
+        break;
+      case 21:
+        advance();
+        break;
+      case 22:
+        good(R"({"op":"restart"})");
+        break;
       case 23:
         if (room >= 4) plantBlock();
         break;
-      default: bad(); break;
+      default:
+        bad();
+        break;
     }
   }
 
@@ -329,7 +384,8 @@ void LineMaker::bad() {
       note = "wrong type";
       break;
     case 3:
-      text = R"({"op":"merge","path":")" + sessionPath(s) + R"(","value":{"srcIntf":{"Ethernet1":{"direction":"sideways"}}}})";
+      text = R"({"op":"merge","path":")" + sessionPath(s) +
+             R"(","value":{"srcIntf":{"Ethernet1":{"direction":"sideways"}}}})";
       note = "unknown enumerator";
       break;
     case 4: {
@@ -347,8 +403,9 @@ void LineMaker::bad() {
       break;
     }
     case 5:
-      text = changeLine("set", sessionPath(s) + "/srcIntf/" +
-                                   std::vector<std::string>{"Eth1", "Ethernet01", "ethernet1", "Ethernet0"}[rng_.below(4)],
+      text = changeLine("set",
+                        sessionPath(s) + "/srcIntf/" +
+                            std::vector<std::string>{"Eth1", "Ethernet01", "ethernet1", "Ethernet0"}[rng_.below(4)],
                         nullptr);
       text.insert(text.size() - 1, R"(,"value":{"direction":"rx"})");
       note = "malformed interface name (session source)";
@@ -365,13 +422,14 @@ void LineMaker::bad() {
     case 8:
       text = std::vector<std::string>{
           R"({"op":"set","path":"mirroring/hwcapability/maxSupportedSessions","value":70000})",
-          R"({"op":"merge","path":")" + sessionPath(s) + R"(","value":{"greTunnelKey":{"dstIpAddr":"192.0.2.1","ttl":300}}})",
+          R"({"op":"merge","path":")" + sessionPath(s) +
+              R"(","value":{"greTunnelKey":{"dstIpAddr":"192.0.2.1","ttl":300}}})",
           R"({"op":"merge","path":")" + sessionPath(s) + R"(","value":{"rxSampleRate":-1}})"}[rng_.below(3)];
       note = "number out of range";
       break;
     case 9:
-      text = R"({"op":"merge","path":")" + sessionPath(s) + R"(","value":{"greTunnelKey":{"dstIpAddr":"192.0.2.1","vrf":")" +
-             std::string(101, 'v') + R"("}}})";
+      text = R"({"op":"merge","path":")" + sessionPath(s) +
+             R"(","value":{"greTunnelKey":{"dstIpAddr":"192.0.2.1","vrf":")" + std::string(101, 'v') + R"("}}})";
       note = "VRF name over 100 bytes";
       break;
     case 10:
@@ -391,9 +449,9 @@ void LineMaker::bad() {
       note = "unknown mount";
       break;
     case 14:
-      text = std::vector<std::string>{R"({"op":"advance","seconds":-1})", R"({"op":"restart","now":true})",
-                                      R"({"op":"replace","path":"mirroring/hwcapability/maxSupportedSessions","value":1})"}
-          [rng_.below(3)];
+      text = std::vector<std::string>{
+          R"({"op":"advance","seconds":-1})", R"({"op":"restart","now":true})",
+          R"({"op":"replace","path":"mirroring/hwcapability/maxSupportedSessions","value":1})"}[rng_.below(3)];
       note = "bad command";
       break;
     default:

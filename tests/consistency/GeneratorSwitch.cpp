@@ -18,23 +18,30 @@ const std::vector<std::string> kPayload = {"payloadTypeUnset", "payloadTypeFullP
 const std::vector<std::string> kOwner = {"ownerOperator", "ownerPolicy", "ownerDiagnostics"};
 const std::vector<std::string> kMetadata = {"ingressInterface", "egressInterface", "switchId", "timestamp", "vlan"};
 const std::vector<std::string> kTapAggModes = {"tapAggModeOff", "tapAggModeExclusive", "tapAggModeMixed"};
-const std::vector<std::string> kSwitchportModes = {"switchportModeAccess", "switchportModeTrunk",
-                                                   "switchportModeDot1qTunnel", "switchportModeTap",
-                                                   "switchportModeTool", "switchportModeTapTool",
-                                                   "switchportModeRouted"};
+const std::vector<std::string> kSwitchportModes = {
+    "switchportModeAccess", "switchportModeTrunk",   "switchportModeDot1qTunnel", "switchportModeTap",
+    "switchportModeTool",   "switchportModeTapTool", "switchportModeRouted"};
 
 // Tunnel keys: some share a destination and differ in one member, one is IPv6, two name no
 // usable destination.
 json keyTemplate(int i) {
   switch (i) {
-    case 0: return {{"srcIpAddr", "10.0.0.1"}, {"dstIpAddr", "192.0.2.1"}};
-    case 1: return {{"srcIpAddr", "10.0.0.1"}, {"dstIpAddr", "192.0.2.2"}, {"vrf", "blue"}};
-    case 2: return {{"srcIpAddr", "2001:db8::1"}, {"dstIpAddr", "2001:db8::99"}, {"vrf", "red"}};
-    case 3: return {{"srcIpAddr", "10.0.0.1"}, {"dstIpAddr", "192.0.2.1"}, {"ttl", 64}};
-    case 4: return {{"srcIpAddr", "10.0.0.2"}, {"dstIpAddr", "198.51.100.7"}, {"greKey", 42}, {"vrf", "default"}};
-    case 5: return {{"dstIpAddr", "0.0.0.0"}};
-    case 6: return {{"dstIpAddr", "::"}};
-    default: return json::object();
+    case 0:
+      return {{"srcIpAddr", "10.0.0.1"}, {"dstIpAddr", "192.0.2.1"}};
+    case 1:
+      return {{"srcIpAddr", "10.0.0.1"}, {"dstIpAddr", "192.0.2.2"}, {"vrf", "blue"}};
+    case 2:
+      return {{"srcIpAddr", "2001:db8::1"}, {"dstIpAddr", "2001:db8::99"}, {"vrf", "red"}};
+    case 3:
+      return {{"srcIpAddr", "10.0.0.1"}, {"dstIpAddr", "192.0.2.1"}, {"ttl", 64}};
+    case 4:
+      return {{"srcIpAddr", "10.0.0.2"}, {"dstIpAddr", "198.51.100.7"}, {"greKey", 42}, {"vrf", "default"}};
+    case 5:
+      return {{"dstIpAddr", "0.0.0.0"}};
+    case 6:
+      return {{"dstIpAddr", "::"}};
+    default:
+      return json::object();
   }
 }
 
@@ -61,20 +68,29 @@ std::string GeneratorModel::existingKey(const json& object) {
 
 std::string GeneratorModel::srcIntf() {
   switch (rng.weighted({50, 25, 25})) {
-    case 0: return hotEth();
-    case 1: return anyEth();
-    default: return rng.pick(pcs);
+    case 0:
+      return hotEth();
+    case 1:
+      return anyEth();
+    default:
+      return rng.pick(pcs);
   }
 }
 
 std::string GeneratorModel::targetIntf() {
   switch (rng.weighted({30, 15, 12, 12, 22, 5})) {
-    case 0: return hotEth();
-    case 1: return anyEth();
-    case 2: return rng.pick(pcs);
-    case 3: return "Cpu";
-    case 4: return "Gre0";
-    default: return "Loopback0";
+    case 0:
+      return hotEth();
+    case 1:
+      return anyEth();
+    case 2:
+      return rng.pick(pcs);
+    case 3:
+      return "Cpu";
+    case 4:
+      return "Gre0";
+    default:
+      return "Loopback0";
   }
 }
 
@@ -95,12 +111,24 @@ json GeneratorModel::makeSrcEntry() {
 
 json GeneratorModel::option(std::string& name) {
   switch (rng.below(15)) {
-    case 0: name = "truncate"; return rng.chance(60);
-    case 1: name = "truncationSize"; return rng.pick(kTruncationSizes);
-    case 2: name = "headerRemovalSize"; return rng.pick(kHeaderRemoval);
-    case 3: name = "rxSampleRate"; return std::vector<int>{0, 1, 100, 1000}[rng.below(4)];
-    case 4: name = "mirrorRateLimitInBps"; return std::vector<uint64_t>{0, 1000000, 2000000000}[rng.below(3)];
-    case 5: name = "mirrorRateLimitChip"; return rng.chance(50) ? "chip0" : "";
+    case 0:
+      name = "truncate";
+      return rng.chance(60);
+    case 1:
+      name = "truncationSize";
+      return rng.pick(kTruncationSizes);
+    case 2:
+      name = "headerRemovalSize";
+      return rng.pick(kHeaderRemoval);
+    case 3:
+      name = "rxSampleRate";
+      return std::vector<int>{0, 1, 100, 1000}[rng.below(4)];
+    case 4:
+      name = "mirrorRateLimitInBps";
+      return std::vector<uint64_t>{0, 1000000, 2000000000}[rng.below(3)];
+    case 5:
+      name = "mirrorRateLimitChip";
+      return rng.chance(50) ? "chip0" : "";
     case 6: {
       name = "greMetadata";
       json elements = json::object();
@@ -109,14 +137,30 @@ json GeneratorModel::option(std::string& name) {
       }
       return elements;
     }
-    case 7: name = "grePayloadType"; return rng.pick(kPayload);
-    case 8: name = "greTimestampingEnabled"; return rng.chance(50);
-    case 9: name = "txGreMetadataEnabled"; return rng.chance(50);
-    case 10: name = "secureMonitor"; return rng.chance(50);
-    case 11: name = "portMirroringDisabled"; return rng.chance(30);
-    case 12: name = "isInternal"; return rng.chance(30);
-    case 13: name = "owner"; return rng.pick(kOwner);
-    default: name = "rxSampleRate"; return 1;
+    case 7:
+      name = "grePayloadType";
+      return rng.pick(kPayload);
+    case 8:
+      name = "greTimestampingEnabled";
+      return rng.chance(50);
+    case 9:
+      name = "txGreMetadataEnabled";
+      return rng.chance(50);
+    case 10:
+      name = "secureMonitor";
+      return rng.chance(50);
+    case 11:
+      name = "portMirroringDisabled";
+      return rng.chance(30);
+    case 12:
+      name = "isInternal";
+      return rng.chance(30);
+    case 13:
+      name = "owner";
+      return rng.pick(kOwner);
+    default:
+      name = "rxSampleRate";
+      return 1;
   }
 }
 
@@ -174,8 +218,8 @@ void GeneratorModel::makeSwitch() {
   for (int k : keys) keyPool.push_back(keyTemplate(k));
 
   json& caps = mount("mirroring/hwcapability");
-  caps["maxSupportedSessions"] = std::vector<int>{0, 1, 2, 3, 4, 6, 8, 255, 256, 257}[rng.weighted(
-      {3, 10, 18, 18, 12, 6, 5, 4, 2, 4})];
+  caps["maxSupportedSessions"] =
+      std::vector<int>{0, 1, 2, 3, 4, 6, 8, 255, 256, 257}[rng.weighted({3, 10, 18, 18, 12, 6, 5, 4, 2, 4})];
   for (const char* flag : {"multiDestSupported", "multiSessionForDestSupported", "multiSessionForSourceSupported",
                            "sameIntfSrcAndDestSupported", "loopbackDestSupported"}) {
     caps[flag] = rng.chance(35);
@@ -214,7 +258,8 @@ void GeneratorModel::makeSwitch() {
     }
   }
   vrfs() = json::object();
-  for (const auto& [vrf, p] : std::vector<std::pair<std::string, unsigned>>{{"default", 80}, {"blue", 60}, {"red", 40}}) {
+  for (const auto& [vrf, p] :
+       std::vector<std::pair<std::string, unsigned>>{{"default", 80}, {"blue", 60}, {"red", 40}}) {
     if (rng.chance(p)) vrfs()[vrf] = {{"state", "vrfStateActive"}};
   }
 
@@ -250,7 +295,7 @@ void GeneratorModel::makeSwitch() {
   for (int n = int(rng.weighted({3, 4, 3, 2})); n > 0; --n) sessions()[rng.pick(sessionNames)] = makeSession();
   if (rng.chance(15)) {
     mount("mirroring/config")["defaultSessionConfig"] = {{"grePayloadType", rng.pick(kPayload)},
-                                                          {"truncationSize", rng.pick(kTruncationSizes)}};
+                                                         {"truncationSize", rng.pick(kTruncationSizes)}};
   }
   if (rng.chance(3)) {
     // Many sessions against a limit near the width of the hardware session ids.
@@ -275,9 +320,9 @@ json GeneratorModel::leftovers() {
     status["sessionStatus"][s]["targetOperStatus"][targetIntf()] = {{"state", "active"}};
     if (rng.chance(50)) status["sessionStatus"][s]["srcOperStatus"][srcIntf()] = {{"state", "active"}};
     if (rng.chance(60)) {
-      hw["session"][s] = {{"sessionId", std::vector<int>{0, 1, 2, 3, 7, 255, 300, -1}[rng.weighted(
-                                            {6, 6, 4, 3, 2, 1, 1, 1})]},
-                          {"targetIntf", {targetIntf()}}};
+      hw["session"][s] = {
+          {"sessionId", std::vector<int>{0, 1, 2, 3, 7, 255, 300, -1}[rng.weighted({6, 6, 4, 3, 2, 1, 1, 1})]},
+          {"targetIntf", {targetIntf()}}};
     }
   }
   for (int n = int(rng.below(3)); n > 0; --n) {
@@ -306,23 +351,34 @@ json GeneratorModel::plantLine() {
   const std::string s = rng.pick(sessionNames);
   switch (rng.below(7)) {
     case 0:
-      return {{"op", "set"}, {"path", "mirroring/status/greTunnelKey/Gre" + std::to_string(rng.range(1, 4))}, {"value", greKey()}};
+      return {{"op", "set"},
+              {"path", "mirroring/status/greTunnelKey/Gre" + std::to_string(rng.range(1, 4))},
+              {"value", greKey()}};
     case 1:
-      return {{"op", "set"}, {"path", "mirroring/status/greTunnelKeyToIntfId"}, {"key", greKey()},
+      return {{"op", "set"},
+              {"path", "mirroring/status/greTunnelKeyToIntfId"},
+              {"key", greKey()},
               {"value", "Gre" + std::to_string(rng.range(1, 4))}};
     case 2:
-      return {{"op", "set"}, {"path", "mirroring/hwconfig/session/" + s},
-              {"value", {{"sessionId", std::vector<int>{0, 1, 2, 3, 300, -1}[rng.weighted({5, 5, 3, 2, 1, 1})]},
-                         {"targetIntf", {targetIntf()}}, {"srcIntf", {{srcIntf(), {{"direction", "rx"}}}}}}}};
+      return {{"op", "set"},
+              {"path", "mirroring/hwconfig/session/" + s},
+              {"value",
+               {{"sessionId", std::vector<int>{0, 1, 2, 3, 300, -1}[rng.weighted({5, 5, 3, 2, 1, 1})]},
+                {"targetIntf", {targetIntf()}},
+                {"srcIntf", {{srcIntf(), {{"direction", "rx"}}}}}}}};
     case 3:
-      return {{"op", "set"}, {"path", "mirroring/status/sessionStatus/" + s},
-              {"value", {{"targetOperStatus", {{targetIntf(), {{"state", "active"}}}}},
-                         {"srcOperStatus", {{srcIntf(), {{"state", "active"}}}}}}}};
+      return {{"op", "set"},
+              {"path", "mirroring/status/sessionStatus/" + s},
+              {"value",
+               {{"targetOperStatus", {{targetIntf(), {{"state", "active"}}}}},
+                {"srcOperStatus", {{srcIntf(), {{"state", "active"}}}}}}}};
     case 4:
-      return {{"op", "set"}, {"path", "interface/input/forwardingmodel/mirroring/forwardingModelInput/" + anyIntf()},
+      return {{"op", "set"},
+              {"path", "interface/input/forwardingmodel/mirroring/forwardingModelInput/" + anyIntf()},
               {"value", "intfForwardingModelQuietDataLink"}};
     case 5:
-      return {{"op", "set"}, {"path", "tapagg/status/group/" + rng.pick(groups)},
+      return {{"op", "set"},
+              {"path", "tapagg/status/group/" + rng.pick(groups)},
               {"value", {{"tapPort", {{anyIntf(), {{"active", true}, {"reason", ""}}}}}}}};
     default:
       return {{"op", "set"}, {"path", "stp/portMode/tapagg/portMode/" + anyIntf()}, {"value", "portModeTapAgg"}};

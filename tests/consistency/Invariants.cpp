@@ -7,7 +7,8 @@ namespace consistency {
 const std::vector<Invariant>& invariants() {
   static const std::vector<Invariant> all = [] {
     std::vector<Invariant> v = mirroringInvariants();
-    for (const auto* part : {&usabilityInvariants(), &tapAggInvariants()}) v.insert(v.end(), part->begin(), part->end());
+    for (const auto* part : {&usabilityInvariants(), &tapAggInvariants()})
+      v.insert(v.end(), part->begin(), part->end());
     return v;
   }();
   return all;

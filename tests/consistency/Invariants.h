@@ -7,10 +7,9 @@
 // code says what it leaves out.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
-
-#include <nlohmann/json.hpp>
 
 namespace consistency {
 

@@ -12,8 +12,13 @@ namespace consistency {
 namespace {
 
 json key(const std::string& dst, const std::string& vrf = "default") {
-  return {{"srcIpAddr", dst.empty() ? "" : "10.0.0.1"}, {"dstIpAddr", dst}, {"ttl", 128}, {"tos", 0},
-          {"greProto", 35006}, {"greKey", 0}, {"vrf", vrf}};
+  return {{"srcIpAddr", dst.empty() ? "" : "10.0.0.1"},
+          {"dstIpAddr", dst},
+          {"ttl", 128},
+          {"tos", 0},
+          {"greProto", 35006},
+          {"greKey", 0},
+          {"vrf", vrf}};
 }
 json active() { return {{"state", "active"}, {"reason", ""}}; }
 json inactive(const std::string& why) { return {{"state", "inactive"}, {"reason", why}}; }
@@ -26,39 +31,56 @@ json consistentDump() {
   return {
       {"mirroring/hwcapability", {{"maxSupportedSessions", 4}, {"cpuDestSupported", true}, {"lagDestSupported", true}}},
       {"interface/status/eth/intf",
-       {{"intfStatus", {{"Ethernet1", up()}, {"Ethernet2", up()}, {"Ethernet3", up()}, {"Ethernet4", up()},
-                        {"Ethernet5", up()}, {"Port-Channel1", up()}}}}},
+       {{"intfStatus",
+         {{"Ethernet1", up()},
+          {"Ethernet2", up()},
+          {"Ethernet3", up()},
+          {"Ethernet4", up()},
+          {"Ethernet5", up()},
+          {"Port-Channel1", up()}}}}},
       {"ip/vrf/status/global", {{"vrf", {{"default", {{"state", "vrfStateActive"}}}}}}},
       {"mirroring/config",
        {{"session",
-         {{"s1", {{"srcIntf", {{"Ethernet1", {{"direction", "rx"}}}}}, {"targetIntf", {"Ethernet2"}},
-                  {"greTunnelKey", key("")}, {"dropGreTunnelKey", key("")}}},
-          {"s2", {{"srcIntf", {{"Ethernet3", {{"direction", "rx"}}}}}, {"targetIntf", {"Gre0"}},
-                  {"greTunnelKey", key("192.0.2.1")}, {"dropGreTunnelKey", key("")}}}}}}},
+         {{"s1",
+           {{"srcIntf", {{"Ethernet1", {{"direction", "rx"}}}}},
+            {"targetIntf", {"Ethernet2"}},
+            {"greTunnelKey", key("")},
+            {"dropGreTunnelKey", key("")}}},
+          {"s2",
+           {{"srcIntf", {{"Ethernet3", {{"direction", "rx"}}}}},
+            {"targetIntf", {"Gre0"}},
+            {"greTunnelKey", key("192.0.2.1")},
+            {"dropGreTunnelKey", key("")}}}}}}},
       {"mirroring/status",
        {{"sessionStatus",
          {{"s1", {{"srcOperStatus", {{"Ethernet1", active()}}}, {"targetOperStatus", {{"Ethernet2", active()}}}}},
-          {"s2", {{"srcOperStatus", {{"Ethernet3", active()}}},
-                  {"targetOperStatus", {{"Gre0", active()}, {"Gre1", active()}}}}}}},
+          {"s2",
+           {{"srcOperStatus", {{"Ethernet3", active()}}},
+            {"targetOperStatus", {{"Gre0", active()}, {"Gre1", active()}}}}}}},
         {"greTunnelKey", {{"Gre1", key("192.0.2.1")}}},
         {"greTunnelKeyToIntfId", {{{"key", key("192.0.2.1")}, {"value", "Gre1"}}}}}},
       {"mirroring/hwconfig",
        {{"session",
-         {{"s1", {{"sessionId", 0}, {"srcIntf", {{"Ethernet1", {{"direction", "rx"}}}}}, {"targetIntf", {"Ethernet2"}}}},
+         {{"s1",
+           {{"sessionId", 0}, {"srcIntf", {{"Ethernet1", {{"direction", "rx"}}}}}, {"targetIntf", {"Ethernet2"}}}},
           {"s2", {{"sessionId", 1}, {"srcIntf", {{"Ethernet3", {{"direction", "rx"}}}}}, {"targetIntf", {"Gre1"}}}}}}}},
       {"interface/input/forwardingmodel/mirroring",
        {{"forwardingModelInput", {{"Ethernet2", kQuiet}, {"Gre0", kQuiet}, {"Gre1", kQuiet}}}}},
       {"tapagg/cliconfig", {{"mode", "tapAggModeExclusive"}, {"trafficSteeringMacAclMatchIp", false}}},
       {"tapagg/hwconfig",
-       {{"mirroringRunnability", true}, {"trafficSteeringMacAclMatchIp", false},
+       {{"mirroringRunnability", true},
+        {"trafficSteeringMacAclMatchIp", false},
         {"tapPort", {{"Ethernet4", "bridging/switchIntfConfig/switchIntfConfig/Ethernet4"}}},
-        {"toolPort", json::object()}, {"slice", json::object()}}},
+        {"toolPort", json::object()},
+        {"slice", json::object()}}},
       {"bridging/config", {{"switchIntfConfig", {{"Ethernet4", {{"switchportMode", "switchportModeTap"}}}}}}},
       {"bridging/switchIntfConfig",
-       {{"switchIntfConfig", {{"Ethernet4", {{"switchportMode", "switchportModeTap"}, {"tapGroup", {"g1"}},
-                                             {"toolGroup", json::array()}}}}}}},
-      {"tapagg/status", {{"group", {{"g1", {{"tapPort", {{"Ethernet4", {{"active", true}, {"reason", ""}}}}},
-                                           {"toolPort", json::object()}}}}}}},
+       {{"switchIntfConfig",
+         {{"Ethernet4",
+           {{"switchportMode", "switchportModeTap"}, {"tapGroup", {"g1"}}, {"toolGroup", json::array()}}}}}}},
+      {"tapagg/status",
+       {{"group",
+         {{"g1", {{"tapPort", {{"Ethernet4", {{"active", true}, {"reason", ""}}}}}, {"toolPort", json::object()}}}}}}},
       {"stp/portMode/tapagg", {{"portMode", {{"Ethernet4", "portModeTapAgg"}}}}},
   };
 }
@@ -88,12 +110,15 @@ const std::vector<Case>& cases() {
       {"a tunnel beyond Gre64", "greMapsMirror",
        [](json& d) {
          d["mirroring/status"]["greTunnelKey"]["Gre65"] = key("192.0.2.1", "blue");
-         d["mirroring/status"]["greTunnelKeyToIntfId"].push_back({{"key", key("192.0.2.1", "blue")}, {"value", "Gre65"}});
+         d["mirroring/status"]["greTunnelKeyToIntfId"].push_back(
+             {{"key", key("192.0.2.1", "blue")}, {"value", "Gre65"}});
        }},
       {"a hardware session without an active destination", "hwSessionHasActiveDestination",
        [](json& d) { status(d, "s1")["targetOperStatus"]["Ethernet2"] = inactive("Interface Mode Conflict"); }},
       {"a hardware session without a status", "hwSessionHasActiveDestination",
-       [](json& d) { d["mirroring/hwconfig"]["session"]["s9"] = {{"sessionId", 5}, {"targetIntf", {"Cpu"}}}; }},
+       [](json& d) {
+         d["mirroring/hwconfig"]["session"]["s9"] = {{"sessionId", 5}, {"targetIntf", {"Cpu"}}};
+       }},
       {"an active session without hardware session", "activeSessionProgrammed",
        [](json& d) { d["mirroring/hwconfig"]["session"].erase("s2"); }},
       {"an inactive source in hardware", "hwSourcesActive",
@@ -107,13 +132,19 @@ const std::vector<Case>& cases() {
       {"an active destination without forwarding model", "forwardingModel",
        [](json& d) { d["interface/input/forwardingmodel/mirroring"]["forwardingModelInput"].erase("Ethernet2"); }},
       {"a status of an unconfigured session", "statusesForConfiguredSessions",
-       [](json& d) { status(d, "s9") = {{"srcOperStatus", json::object()}}; }},
+       [](json& d) {
+         status(d, "s9") = {{"srcOperStatus", json::object()}};
+       }},
       {"a companion without a drop key", "statusesForConfiguredSessions",
-       [](json& d) { status(d, "__fwdingDrop_s1") = {{"srcOperStatus", json::object()}}; }},
+       [](json& d) {
+         status(d, "__fwdingDrop_s1") = {{"srcOperStatus", json::object()}};
+       }},
       {"more statuses than the limit", "sessionLimit",
        [](json& d) { d["mirroring/hwcapability"]["maxSupportedSessions"] = 1; }},
       {"a session waiting while there is room", "noIdleRoom",
-       [](json& d) { config(d, "s3") = {{"targetIntf", {"Cpu"}}}; }},
+       [](json& d) {
+         config(d, "s3") = {{"targetIntf", {"Cpu"}}};
+       }},
       {"one source active in two sessions", "sourceConflict",
        [](json& d) {
          config(d, "s2")["srcIntf"]["Ethernet1"] = {{"direction", "both"}};
@@ -162,7 +193,9 @@ const std::vector<Case>& cases() {
          d["mirroring/hwconfig"]["session"]["s1"]["srcIntf"] = json::object();
        }},
       {"a group without ports", "tapAggGroupsHavePorts",
-       [](json& d) { d["tapagg/status"]["group"]["g2"] = {{"tapPort", json::object()}, {"toolPort", json::object()}}; }},
+       [](json& d) {
+         d["tapagg/status"]["group"]["g2"] = {{"tapPort", json::object()}, {"toolPort", json::object()}};
+       }},
       {"ports published with tap aggregation off", "tapAggOff",
        [](json& d) {
          d["tapagg/cliconfig"]["mode"] = "tapAggModeOff";
@@ -174,7 +207,9 @@ const std::vector<Case>& cases() {
          d["tapagg/hwconfig"]["slice"]["Linecard1"] = false;
        }},
       {"a tap entry for an access port", "tapAggPortRoles",
-       [](json& d) { d["bridging/config"]["switchIntfConfig"]["Ethernet4"]["switchportMode"] = "switchportModeAccess"; }},
+       [](json& d) {
+         d["bridging/config"]["switchIntfConfig"]["Ethernet4"]["switchportMode"] = "switchportModeAccess";
+       }},
       {"a group entry for a group the port left", "tapAggPortRoles",
        [](json& d) { d["bridging/switchIntfConfig"]["switchIntfConfig"]["Ethernet4"]["tapGroup"] = {"g2"}; }},
       {"a stale port status", "tapAggPortStatus",
@@ -204,7 +239,8 @@ TEST(Invariants, EachFaultIsReportedByItsInvariant) {
     std::vector<std::string> reported;
     for (const Violation& v : checkInvariants(d)) reported.push_back(v.invariant);
     const bool found = std::find(reported.begin(), reported.end(), c.invariant) != reported.end();
-    EXPECT_TRUE(found) << c.fault << ": not reported by " << c.invariant << "; reported: " << ::testing::PrintToString(reported);
+    EXPECT_TRUE(found) << c.fault << ": not reported by " << c.invariant
+                       << "; reported: " << ::testing::PrintToString(reported);
   }
 }
 

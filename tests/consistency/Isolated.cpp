@@ -69,8 +69,7 @@ Failure crashFailure(int status, const std::string& err, const std::string& last
   auto firstOwnFrame = [&](std::size_t from) {
     for (std::size_t i = from; i < lines.size(); ++i) {
       std::string f = frameFunction(lines[i]);
-      if (f.find("::") != std::string::npos && f.find("operator new") == std::string::npos &&
-          f.find("__") != 0) {
+      if (f.find("::") != std::string::npos && f.find("operator new") == std::string::npos && f.find("__") != 0) {
         return f;
       }
     }

@@ -143,8 +143,9 @@ void statusesForConfiguredSessions(const DumpView& d, Details& out) {
     } else if (!d.configured(*parent) || !d.statuses().contains(*parent)) {
       out.push_back(kStatus + name + " exists but its session " + *parent + " is not configured or has no status");
     } else if (!DumpView::usableKey(member(d.configOf(name), "dropGreTunnelKey"))) {
-      out.push_back(kStatus + name + " exists but " + kConfig + *parent + "/dropGreTunnelKey has no usable destination: " +
-                    member(d.configOf(name), "dropGreTunnelKey").dump());
+      out.push_back(
+          kStatus + name + " exists but " + kConfig + *parent +
+          "/dropGreTunnelKey has no usable destination: " + member(d.configOf(name), "dropGreTunnelKey").dump());
     }
   }
 }
@@ -159,8 +160,8 @@ void sessionLimit(const DumpView& d, Details& out) {
 
 void noIdleRoom(const DumpView& d, Details& out) {
   if (d.statuses().size() >= statusLimit(d)) return;
-  const std::string room = std::to_string(d.statuses().size()) + " of " + std::to_string(statusLimit(d)) +
-                           " session statuses in use";
+  const std::string room =
+      std::to_string(d.statuses().size()) + " of " + std::to_string(statusLimit(d)) + " session statuses in use";
   for (const auto& [name, session] : d.configSessions().items()) {
     if (!d.statuses().contains(name)) {
       out.push_back(kConfig + name + " has no status although " + room);
@@ -184,19 +185,23 @@ void greMapsMirror(const DumpView& d, Details& out) {
       const json& back = member(forward, tunnel);
       if (back != member(entry, "key")) {
         out.push_back("mirroring/status/greTunnelKeyToIntfId maps " + member(entry, "key").dump() + " to " + tunnel +
-                      " but mirroring/status/greTunnelKey/" + tunnel + " is " + (back.empty() ? "absent" : back.dump()));
+                      " but mirroring/status/greTunnelKey/" + tunnel + " is " +
+                      (back.empty() ? "absent" : back.dump()));
       }
     }
   }
   for (const auto& [tunnel, n] : tunnelUses) {
-    if (n > 1) out.push_back(std::to_string(n) + " keys map to " + tunnel + " in mirroring/status/greTunnelKeyToIntfId");
+    if (n > 1)
+      out.push_back(std::to_string(n) + " keys map to " + tunnel + " in mirroring/status/greTunnelKeyToIntfId");
   }
   for (const auto& [tunnel, key] : forward.items()) {
     const int number = greTunnelNumber(tunnel);
-    if (number < 1 || number > 64) out.push_back("mirroring/status/greTunnelKey/" + tunnel + " is not a tunnel Gre1 to Gre64");
+    if (number < 1 || number > 64)
+      out.push_back("mirroring/status/greTunnelKey/" + tunnel + " is not a tunnel Gre1 to Gre64");
     if (d.tunnelOf(key) != tunnel) {
       out.push_back("mirroring/status/greTunnelKey/" + tunnel + " is " + key.dump() +
-                    " but greTunnelKeyToIntfId maps that key to " + (d.tunnelOf(key).empty() ? "nothing" : d.tunnelOf(key)));
+                    " but greTunnelKeyToIntfId maps that key to " +
+                    (d.tunnelOf(key).empty() ? "nothing" : d.tunnelOf(key)));
     }
   }
 }
@@ -234,7 +239,8 @@ void forwardingModel(const DumpView& d, Details& out) {
   const json& model = d.field("interface/input/forwardingmodel/mirroring", "forwardingModelInput");
   for (const auto& [intf, value] : model.items()) {
     const std::string at = "interface/input/forwardingmodel/mirroring/forwardingModelInput/" + intf;
-    if (!wanted.count(intf)) out.push_back(at + " is " + value.dump() + " but no session has " + intf + " as an active destination");
+    if (!wanted.count(intf))
+      out.push_back(at + " is " + value.dump() + " but no session has " + intf + " as an active destination");
     if (value != "intfForwardingModelQuietDataLink") out.push_back(at + " is " + value.dump());
   }
   for (const auto& [intf, who] : wanted) {
@@ -289,8 +295,7 @@ void sourceIsDestination(const DumpView& d, Details& out) {
         // destination may be mirrored.
         if (shared && s != t && d.direction(s, src) == "rx") continue;
         out.push_back(src + " is an active source of " + s + " (" + d.direction(s, src) +
-                      ") and an active destination of " + t +
-                      (shared ? "" : " without sameIntfSrcAndDestSupported"));
+                      ") and an active destination of " + t + (shared ? "" : " without sameIntfSrcAndDestSupported"));
       }
     }
   }
@@ -357,17 +362,19 @@ const std::vector<Invariant>& mirroringInvariants() {
       {"sessionLimit", "no more statuses than maxSupportedSessions, and never more than 256", sessionLimit},
       {"noIdleRoom", "while statuses are fewer than the limit, every configured session (and companion) has one",
        noIdleRoom},
-      {"greMapsMirror", "the two GRE maps mirror each other, one key per tunnel, tunnels Gre1 to Gre64",
-       greMapsMirror},
+      {"greMapsMirror", "the two GRE maps mirror each other, one key per tunnel, tunnels Gre1 to Gre64", greMapsMirror},
       {"greTunnelsForKeys", "tunnels exist exactly for the usable keys of sessions that have a status",
        greTunnelsForKeys},
       {"forwardingModel", "the forwarding model holds exactly the active destinations but Cpu", forwardingModel},
-      {"sourceConflict", "without multiSessionForSourceSupported no interface is an active source of two sessions "
-                         "in overlapping directions", sourceConflict},
-      {"destinationConflict",
-       "without multiSessionForDestSupported no port is an active destination of two sessions", destinationConflict},
-      {"sourceIsDestination", "no port is at once an active source and an active destination (with "
-                              "sameIntfSrcAndDestSupported: only an rx source of another session's destination)",
+      {"sourceConflict",
+       "without multiSessionForSourceSupported no interface is an active source of two sessions "
+       "in overlapping directions",
+       sourceConflict},
+      {"destinationConflict", "without multiSessionForDestSupported no port is an active destination of two sessions",
+       destinationConflict},
+      {"sourceIsDestination",
+       "no port is at once an active source and an active destination (with "
+       "sameIntfSrcAndDestSupported: only an rx source of another session's destination)",
        sourceIsDestination},
       {"greSourcesRxOnly", "a session with a GRE destination has only rx sources active", greSourcesRxOnly},
       {"lagMemberSource", "a member of a Port-Channel that a session mirrors or sends to is no active source",

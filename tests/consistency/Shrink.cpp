@@ -181,7 +181,8 @@ bool writeReproducer(const std::string& dir, const Stream& s, const Failure& f, 
   }
   std::ofstream(dir + "/state.json") << s.state.dump(2) << '\n';
   std::ofstream(dir + "/changes.jsonl") << changesText(s);
-  std::ofstream(dir + "/failure.txt") << "seed " << s.seed << "\n" << f.invariant << " (" << f.where << ")\n"
+  std::ofstream(dir + "/failure.txt") << "seed " << s.seed << "\n"
+                                      << f.invariant << " (" << f.where << ")\n"
                                       << f.detail << "\n";
   const std::string script = dir + "/replay.sh";
   std::ofstream(script) << "#!/bin/sh\n"

@@ -19,7 +19,8 @@ void diff(const std::string& path, const json* a, const json* b, std::vector<Dif
     return;
   }
   // Scalars, and arrays (sets, struct-keyed collections) whole.
-  out.push_back(Difference{path, a ? std::optional<json>(*a) : std::nullopt, b ? std::optional<json>(*b) : std::nullopt});
+  out.push_back(
+      Difference{path, a ? std::optional<json>(*a) : std::nullopt, b ? std::optional<json>(*b) : std::nullopt});
 }
 
 std::string text(const std::optional<json>& v) {
@@ -141,8 +142,7 @@ bool renumberedSession(const Difference& d, const json&, const json&) {
   auto deviceName = [](const std::optional<json>& v) {
     if (!v || !v->is_string()) return false;
     const std::string s = v->get<std::string>();
-    return s.size() > 6 && s.rfind("mirror", 0) == 0 &&
-           s.find_first_not_of("0123456789", 6) == std::string::npos;
+    return s.size() > 6 && s.rfind("mirror", 0) == 0 && s.find_first_not_of("0123456789", 6) == std::string::npos;
   };
   auto endsWith = [&d](const std::string& tail) {
     return d.path.size() > tail.size() && d.path.compare(d.path.size() - tail.size(), tail.size(), tail) == 0;

@@ -5,11 +5,10 @@
 // saying where the behaviour is documented. Anything else that differs is a failure.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <vector>
-
-#include <nlohmann/json.hpp>
 
 namespace consistency {
 

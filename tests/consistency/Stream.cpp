@@ -20,10 +20,13 @@ std::string pathOf(const std::string& lineText) {
 }  // namespace
 
 bool plantsAgentOutput(const std::string& lineText) {
-  static const char* const agentMounts[] = {
-      "mirroring/status",    "mirroring/hwconfig",  "tapagg/hwconfig",
-      "tapagg/status",       "stp/portMode/tapagg", "interface/input/forwardingmodel/mirroring",
-      "interface/errdisable/cause/tapagg"};
+  static const char* const agentMounts[] = {"mirroring/status",
+                                            "mirroring/hwconfig",
+                                            "tapagg/hwconfig",
+                                            "tapagg/status",
+                                            "stp/portMode/tapagg",
+                                            "interface/input/forwardingmodel/mirroring",
+                                            "interface/errdisable/cause/tapagg"};
   const std::string path = pathOf(lineText);
   for (const char* mount : agentMounts) {
     const std::string m = mount;

@@ -38,7 +38,8 @@ bool toolInterfaceInUse(const DumpView& d, const std::string& intf) {
   const json& own = member(records(d), intf);
   if (member(own, "toolIntfInUse").is_number() && member(own, "toolIntfInUse") != 0) return true;
   for (const auto& [other, record] : records(d).items()) {
-    if (other != intf && hasTapRole(d.switchportMode(other)) && member(record, "tapRawIntf").contains(intf)) return true;
+    if (other != intf && hasTapRole(d.switchportMode(other)) && member(record, "tapRawIntf").contains(intf))
+      return true;
   }
   return false;
 }
@@ -108,8 +109,9 @@ void tapAggSlices(const DumpView& d, Details& out) {
     if (mode < 0 || mode > 2) continue;
     const bool expected = mode == 1 || (mode == 2 && profiles.contains(name));
     if (member(slices, name) != expected) {
-      out.push_back("tapagg/hwconfig/slice/" + name + " is " + (slices.contains(name) ? slices[name].dump() : "absent") +
-                    ", expected " + (expected ? "true" : "false"));
+      out.push_back("tapagg/hwconfig/slice/" + name + " is " +
+                    (slices.contains(name) ? slices[name].dump() : "absent") + ", expected " +
+                    (expected ? "true" : "false"));
     }
   }
   for (const auto& [name, value] : slices.items()) {
@@ -141,7 +143,8 @@ void tapAggPortRoles(const DumpView& d, Details& out) {
     const bool tap = std::string(role) == "tapPort";
     for (const auto& [intf, ref] : member(hw, role).items()) {
       std::string why;
-      if (!allowed(intf, tap, why)) out.push_back(std::string("tapagg/hwconfig/") + role + "/" + intf + " exists but " + why);
+      if (!allowed(intf, tap, why))
+        out.push_back(std::string("tapagg/hwconfig/") + role + "/" + intf + " exists but " + why);
       if (ref != "bridging/switchIntfConfig/switchIntfConfig/" + intf) {
         out.push_back(std::string("tapagg/hwconfig/") + role + "/" + intf + " refers to " + ref.dump());
       }
@@ -187,8 +190,9 @@ void tapAggPortStatus(const DumpView& d, Details& out) {
         }
       }
       if (member(hw, role).contains(intf) != keptInHardware(expected)) {
-        out.push_back(std::string("tapagg/hwconfig/") + role + "/" + intf + (member(hw, role).contains(intf) ? " exists" : " is absent") +
-                      " but the port's status is " + expected.dump());
+        out.push_back(std::string("tapagg/hwconfig/") + role + "/" + intf +
+                      (member(hw, role).contains(intf) ? " exists" : " is absent") + " but the port's status is " +
+                      expected.dump());
       }
     }
   }
@@ -198,12 +202,13 @@ void tapAggPortModes(const DumpView& d, Details& out) {
   const json& modes = d.field("stp/portMode/tapagg", "portMode");
   for (const auto& [intf, record] : records(d).items()) {
     if (tapAggPort(d, intf) && member(modes, intf) != "portModeTapAgg") {
-      out.push_back("stp/portMode/tapagg/portMode/" + intf + " is " + (modes.contains(intf) ? modes[intf].dump() : "absent") +
-                    " for a tap-aggregation port");
+      out.push_back("stp/portMode/tapagg/portMode/" + intf + " is " +
+                    (modes.contains(intf) ? modes[intf].dump() : "absent") + " for a tap-aggregation port");
     }
   }
   for (const auto& [intf, mode] : modes.items()) {
-    if (!tapAggPort(d, intf)) out.push_back("stp/portMode/tapagg/portMode/" + intf + " exists for no tap-aggregation port");
+    if (!tapAggPort(d, intf))
+      out.push_back("stp/portMode/tapagg/portMode/" + intf + " exists for no tap-aggregation port");
   }
 }
 

@@ -98,7 +98,8 @@ void activeInterfaceUsable(const DumpView& d, Details& out) {
       if (!d.activeTarget(name, t)) continue;
       std::string fault;
       if (isGreName(t)) {
-        if (!greVrfUsable(d, session)) fault = "the VRF of its key does not exist: " + member(session, "greTunnelKey").dump();
+        if (!greVrfUsable(d, session))
+          fault = "the VRF of its key does not exist: " + member(session, "greTunnelKey").dump();
       } else if (t == "Cpu") {
         if (!d.cap("cpuDestSupported")) fault = "cpuDestSupported is off";
       } else if (isLoopbackName(t)) {

@@ -14,6 +14,7 @@
 #include "consistency/Generator.h"
 #include "consistency/Invariants.h"
 #include "consistency/Shrink.h"
+#include "host/AgentHost.h"
 #include "host/Options.h"
 #include "platform/Syslog.h"
 #include "platform/Toggles.h"
@@ -69,11 +70,12 @@ class Run {
 
   int finish() {
     progress(true);
-    std::printf("\n%llu streams, %llu lines (%llu run in all, restart equivalence included), %llu restarts, "
-                "%.1f s checking: %.2f streams/s, %.0f lines/s\n",
-                (unsigned long long)counters_.streams, (unsigned long long)counters_.lines,
-                (unsigned long long)counters_.linesRun, (unsigned long long)counters_.restarts, checking_,
-                counters_.streams / std::max(checking_, 1e-9), counters_.lines / std::max(checking_, 1e-9));
+    std::printf(
+        "\n%llu streams, %llu lines (%llu run in all, restart equivalence included), %llu restarts, "
+        "%.1f s checking: %.2f streams/s, %.0f lines/s\n",
+        (unsigned long long)counters_.streams, (unsigned long long)counters_.lines,
+        (unsigned long long)counters_.linesRun, (unsigned long long)counters_.restarts, checking_,
+        counters_.streams / std::max(checking_, 1e-9), counters_.lines / std::max(checking_, 1e-9));
     if (byInvariant_.empty()) {
       std::printf("no failures\n");
       return 0;
@@ -107,7 +109,8 @@ class Run {
                 m.failure.invariant.c_str(), m.failure.where.c_str(), m.failure.detail.c_str());
     std::printf("  state.json:\n%s\n  changes.jsonl:\n%s", compactState(m.stream.state).c_str(),
                 changesText(m.stream).c_str());
-    std::printf("  %s\n", written ? ("written to " + dir + " (replay.sh runs mirroringd on it)").c_str() : error.c_str());
+    std::printf("  %s\n",
+                written ? ("written to " + dir + " (replay.sh runs mirroringd on it)").c_str() : error.c_str());
     std::fflush(stdout);
   }
 
@@ -167,13 +170,16 @@ int checkMain(int argc, char** argv) {
   Settings s;
   std::string invariantList;
   for (const Invariant& inv : invariants()) invariantList += "\n  " + std::string(inv.name) + ": " + inv.rule;
-  CLI::App app("Random change streams through the mirroring agent, checked after every line against the invariants, "
-               "across restarts and for restart equivalence; failures are minimised into reproducers.");
-  app.footer("Invariants:" + invariantList + "\nAlso: goodLineAccepted, badLineRefused, badLineChangesNothing, "
+  CLI::App app(
+      "Random change streams through the mirroring agent, checked after every line against the invariants, "
+      "across restarts and for restart equivalence; failures are minimised into reproducers.");
+  app.footer("Invariants:" + invariantList +
+             "\nAlso: goodLineAccepted, badLineRefused, badLineChangesNothing, "
              "restartIdempotent, restartEquivalence, agentAbort, agentCrash, sanitizer, timeout.");
   auto* seeds = app.add_option("--seeds", s.seeds, "a bounded run over the seeds A-B (default 1-20)");
-  auto* seconds = app.add_option("--seconds", s.seconds, "an unbounded run: streams from --seed on until N seconds pass")
-                      ->check(CLI::PositiveNumber);
+  auto* seconds =
+      app.add_option("--seconds", s.seconds, "an unbounded run: streams from --seed on until N seconds pass")
+          ->check(CLI::PositiveNumber);
   app.add_option("--seed", s.seed, "the first seed of an unbounded run")->needs(seconds);
   app.add_option("--lines", s.lines, "lines per stream")->check(CLI::Range(1, 100000))->capture_default_str();
   app.add_option("--boundaries", s.check.boundaries, "restart boundaries checked per stream when it has more")
@@ -185,8 +191,7 @@ int checkMain(int argc, char** argv) {
   app.add_option("--plugin", s.check.plugin, "the agent plug-in")->capture_default_str();
   app.add_flag("!--no-shrink", s.shrink, "report failures without minimising them");
   app.add_option("--shrink-runs", s.shrinkOptions.maxRuns, "runs a minimisation may take")->capture_default_str();
-  app.add_option("--shrink-seconds", s.shrinkOptions.maxSeconds, "time a minimisation may take")
-      ->capture_default_str();
+  app.add_option("--shrink-seconds", s.shrinkOptions.maxSeconds, "time a minimisation may take")->capture_default_str();
   app.add_option("--skip", s.check.skip, "pass over failures whose signature starts with this (repeatable)");
   app.add_option("--timeout", s.isolation.timeoutSeconds, "seconds a stream's checks may take")->capture_default_str();
   app.add_option("--progress", s.progressEvery, "seconds between progress lines")->capture_default_str();
@@ -199,6 +204,13 @@ int checkMain(int argc, char** argv) {
   platform::toggles::setDirectory("/nonexistent/consistencyCheck/toggles");
   platform::toggles::setWarningHandler([](std::string_view) {});
 
+  // The plug-in is loaded once here, so that every forked child finds it loaded.
+  host::AgentHost preload("Mirroring", 0);
+  std::string error;
+  if (!preload.openPlugin(s.check.plugin, error)) {
+    std::fprintf(stderr, "consistencyCheck: %s\n", error.c_str());
+    return 2;
+  }
   if (!s.replay.empty()) return replay(s);
   Run run(s);
   if (s.seconds > 0) {

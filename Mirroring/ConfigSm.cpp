@@ -1,6 +1,7 @@
 // The mirroring configuration manager: session lifecycle and global session ids, GRE tunnel
 // accounting, capability handling, and interface, LAG and VRF tracking.
 #include <algorithm>
+#include <tuple>
 
 #include "Mirroring/MirroringForwardingModelSm.h"
 #include "Mirroring/MirroringSm.h"
@@ -43,6 +44,21 @@ struct ConfigSm::PhyIntfReactor {
   }
   ConfigSm* configSm;
   platform::IntfId intf;
+  platform::Reactor reactor;
+};
+
+// Follows the sources and targets of one configured session, room or not, for the index.
+struct ConfigSm::SessionConfigReactor {
+  SessionConfigReactor(ConfigSm* sm, Ptr<const Session> s) : configSm(sm), session(std::move(s)) {
+    reactor.on(session->srcIntf, [this](const std::string& intf) {
+      configSm->indexIntf(session->name(), intf, false, session->srcIntf.contains(intf));
+    });
+    reactor.on(session->targetIntf, [this](const std::string& intf) {
+      configSm->indexIntf(session->name(), intf, true, session->targetIntf.contains(intf));
+    });
+  }
+  ConfigSm* configSm;
+  Ptr<const Session> session;
   platform::Reactor reactor;
 };
 
@@ -129,6 +145,7 @@ ConfigSm::~ConfigSm() {
   // The state machines go; what they wrote stays for the next run to reconcile.
   for (const auto& [name, sm] : sessionSm_) sm->detach();
   sessionSm_.clear();
+  sessionConfig_.clear();
   ethIntfStatusSm_.clear();
   ethLagIntfSm_.clear();
   phyIntf_.clear();
@@ -138,8 +155,10 @@ ConfigSm::~ConfigSm() {
 
 void ConfigSm::handleInitialized() {
   TRACE(1, *this, "::handleInitialized");
-  mark();
+  // The bitmap first: the tunnels an earlier run left stay taken until the sweep decides.
   greTunnelBitMap_.assign(kGreTunnelNumMax, false);
+  mark();
+  for (const auto& name : mirroringConfig_->session.keys()) indexSession(name);
   defaultSessionConfigSm_ =
       make<DefaultSessionConfigSm>(mirroringConfig_->defaultSessionConfig(), mirroringHwConfig_->defaultSessionConfig(),
                                    mirroringStatus_);
@@ -161,13 +180,30 @@ void ConfigSm::handleInitialized() {
 
 void ConfigSm::mark() {
   TRACE(2, "mark");
+  // A hardware copy without a status is left over as much as a status is.
   for (const auto& name : mirroringStatus_->sessionStatus.keys()) staleSessionSm_.insert(name);
+  for (const auto& name : mirroringHwConfig_->session.keys()) staleSessionSm_.insert(name);
+  // Every tunnel either map names; its number stays taken until a key claims the tunnel or the
+  // sweep lets it go, so that no new key is given a tunnel that an old one still holds.
   for (const auto& intf : mirroringStatus_->greTunnelKey.keys()) staleGreTunnelKey_.insert(intf);
+  for (const auto& [key, intf] : mirroringStatus_->greTunnelKeyToIntfId) staleGreTunnelKey_.insert(intf);
+  for (const auto& intf : staleGreTunnelKey_) greTunnelNumberTake(intf);
 }
 
 void ConfigSm::sweep() {
   TRACE(2, "sweep");
+  const bool sessionsSwept = !staleSessionSm_.empty();
+  // What the swept statuses held may have kept configured sessions out.
+  std::vector<std::tuple<std::string, std::string, bool>> released;
   for (const auto& name : std::vector<std::string>(staleSessionSm_.begin(), staleSessionSm_.end())) {
+    if (auto status = mirroringStatus_->sessionStatus.get(name)) {
+      for (const auto& [intf, s] : status->srcOperStatus) {
+        if (s.isActive()) released.emplace_back(name, intf, false);
+      }
+      for (const auto& [intf, s] : status->targetOperStatus) {
+        if (s.isActive()) released.emplace_back(name, intf, true);
+      }
+    }
     mirroringStatus_->sessionStatusDel(name);
     if (auto hw = mirroringHwConfig_->session.get(name)) {
       // The id an earlier run gave the session is free again.
@@ -179,18 +215,41 @@ void ConfigSm::sweep() {
     staleSessionSm_.erase(name);
   }
   for (const auto& intf : std::vector<platform::IntfId>(staleGreTunnelKey_.begin(), staleGreTunnelKey_.end())) {
-    GreTunnelKey key = mirroringStatus_->greTunnelKey.get(intf);
-    mirroringStatus_->greTunnelKeyToIntfId.del(key);
     mirroringStatus_->greTunnelKey.del(intf);
+    if (greIntfUserCount(intf) == 0) {
+      const uint32_t number = intf.greTunnelNumber();
+      if (number >= 1 && number <= greTunnelBitMap_.size()) greTunnelBitMap_[number - 1] = false;
+    }
     staleGreTunnelKey_.erase(intf);
   }
+  // A key whose tunnel does not name it back is a leftover too (the two maps mirror each other).
+  for (const auto& key : mirroringStatus_->greTunnelKeyToIntfId.keys()) {
+    const platform::IntfId intf = mirroringStatus_->greTunnelKeyToIntfId.get(key);
+    const GreTunnelKey* back = mirroringStatus_->greTunnelKey.find(intf);
+    if (!back || !(*back == key)) mirroringStatus_->greTunnelKeyToIntfId.del(key);
+  }
+  for (const auto& [name, intf, dest] : released) handleIntfClaimChanged(name, intf, dest);
+  // Room the sweep freed goes to the sessions that waited for it.
+  if (sessionsSwept && !waiting_.empty()) handleSession();
 }
 
 void ConfigSm::handleSession() {
   PLATFORM_ASSERT(initialized());
   TRACE(1, *this, "::handleSession");
-  for (const auto& name : mirroringConfig_->session.keys()) handleSession(name);
-  admitWaitingCompanions();
+  // A walk that frees room (a session or companion goes on the way) walks again once it is
+  // done, instead of starting a second walk inside itself.
+  if (walkingSessions_) {
+    walkAgain_ = true;
+    return;
+  }
+  walkingSessions_ = true;
+  do {
+    walkAgain_ = false;
+    waiting_.clear();
+    for (const auto& name : mirroringConfig_->session.keys()) handleSession(name);
+    admitWaitingCompanions();
+  } while (walkAgain_);
+  walkingSessions_ = false;
 }
 
 // A companion that found no room waits, like a session, for room to be freed.
@@ -203,25 +262,56 @@ void ConfigSm::admitWaitingCompanions() {
   }
 }
 
+uint32_t ConfigSm::sessionLimit() const {
+  const uint32_t maxSessions = mirroringHwCapability_ ? mirroringHwCapability_->maxSupportedSessions() : 0;
+  // Ids are 8 bits wide: 256 sessions at most, whatever the hardware says.
+  return std::min<uint32_t>(maxSessions, 256);
+}
+
 bool ConfigSm::roomForSession(const std::string& name) const {
+  const uint32_t limit = sessionLimit();
+  // A session that already has a status may be rebuilt, as long as the running sessions leave
+  // room (the limit may have shrunk while the agent was away); a new one needs a free status.
+  if (sessionSm_.size() >= limit) return false;
+  if (!mirroringStatus_->sessionStatus.contains(name) && mirroringStatus_->sessionStatus.size() >= limit) return false;
+  // And an id: its own from an earlier run, or a free one.
+  if (auto hw = mirroringHwConfig_->session.get(name)) {
+    auto it = globalSessionId_.find(uint8_t(hw->sessionId()));
+    if (it != globalSessionId_.end() && it->second == name) return true;
+  }
+  for (const auto& [id, owner] : globalSessionId_) {
+    if (owner.empty()) return true;
+  }
+  return false;
+}
+
+void ConfigSm::refuseForRoom(const std::string& name) {
   const uint16_t maxSessions = mirroringHwCapability_ ? mirroringHwCapability_->maxSupportedSessions() : 0;
-  return mirroringStatus_->sessionStatus.contains(name) || mirroringStatus_->sessionStatus.size() < maxSessions;
+  TRACE(2, "Max sessions reached. Could not create SessionSm for ", name);
+  if (maxSessions != 0) MIRRORING_NOSESSIONGROUPS(name, maxSessions);
+  waiting_.insert(name);
+}
+
+void ConfigSm::companionDel(const std::string& name) {
+  if (!sessionSm(name)) return;
+  TRACE(2, "Deleting session ", name);
+  sessionSmDel(name);
+  mirroringStatus_->sessionStatusDel(name);
+  if (!waiting_.empty()) handleSession();
 }
 
 void ConfigSm::handleSession(const std::string& name) {
   PLATFORM_ASSERT(initialized());
   TRACE(1, *this, "::handleSession", "( ", name, " )");
   Ptr<const Session> session = mirroringConfig_->session.get(name);
+  indexSession(name);
   if (session) {
     if (sessionSm(name)) return;
-    const uint16_t maxSessions = mirroringHwCapability_ ? mirroringHwCapability_->maxSupportedSessions() : 0;
-    bool limitReached = !mirroringStatus_->sessionStatus.contains(name) &&
-                        maxSessions <= mirroringStatus_->sessionStatus.size();
-    if (limitReached) {
-      TRACE(2, "Max sessions reached. Could not create SessionSm for ", name);
-      if (maxSessions != 0) MIRRORING_NOSESSIONGROUPS(name, maxSessions);
+    if (!roomForSession(name)) {
+      refuseForRoom(name);
       return;
     }
+    waiting_.erase(name);
     TRACE(4, "Creating SessionSm for session ", name);
     Ptr<SessionStatus> status = mirroringStatus_->sessionStatusIs(name);
     Ptr<const Acl::AclTypeConfig> ipAcl, ip6Acl, macAcl;
@@ -234,13 +324,12 @@ void ConfigSm::handleSession(const std::string& name) {
     return;
   }
   TRACE(2, "Deleting SessionSm for session ", name);
+  waiting_.erase(name);
+  waiting_.erase(fwdingDropSessionName(name));
+  const bool hadStatus = mirroringStatus_->sessionStatus.contains(name);
   deleteSession(name);
-  const uint16_t maxSessions = mirroringHwCapability_ ? mirroringHwCapability_->maxSupportedSessions() : 0;
-  if (maxSessions <= mirroringConfig_->session.size()) {
-    handleSession();
-  } else {
-    admitWaitingCompanions();
-  }
+  // Its room (and its companion's) goes to whoever waits for it.
+  if (hadStatus && !waiting_.empty()) handleSession();
 }
 
 void ConfigSm::deleteSession(const std::string& name) {
@@ -289,13 +378,15 @@ void ConfigSm::sessionSmDel(const std::string& name) {
 uint8_t ConfigSm::allocGlobalSessionId(const std::string& name) {
   TRACE(1, *this, "::allocGlobalSessionId");
   if (auto hw = mirroringHwConfig_->session.get(name)) {
+    // Reused only when the table kept it for this session: an id outside the table, or one
+    // that another leftover hardware copy claimed first, is stale.
     auto id = uint8_t(hw->sessionId());
     auto it = globalSessionId_.find(id);
-    PLATFORM_ASSERT(it != globalSessionId_.end() && !it->second.empty());
-    it->second = name;
-    ++globalSessionIdCount_;
-    TRACE(1, *this, "::allocGlobalSessionId", " reuse id:", unsigned(id), " for session:", name);
-    return id;
+    if (it != globalSessionId_.end() && it->second == name) {
+      ++globalSessionIdCount_;
+      TRACE(1, *this, "::allocGlobalSessionId", " reuse id:", unsigned(id), " for session:", name);
+      return id;
+    }
   }
   for (auto& [id, owner] : globalSessionId_) {
     if (!owner.empty()) continue;
@@ -318,25 +409,33 @@ void ConfigSm::handleMaxSupportedSessions() {
   PLATFORM_ASSERT(initialized());
   const uint16_t maxSessions = mirroringHwCapability_ ? mirroringHwCapability_->maxSupportedSessions() : 0;
   TRACE(1, *this, "::handleMaxSupportedSessions", ": maxSupportedSessions = ", maxSessions);
-  if (maxSessions < globalSessionIdCount_) {
+  const uint32_t limit = sessionLimit();
+  if (limit < globalSessionIdCount_) {
     TRACE(1, "maxSupportedSessions decreased while global id in use");
     TRACE(1, "maxSupportedSessions ", maxSessions, " < freeGlobalSessions ", globalSessionIdCount_);
     uint32_t inUse = 0;
     const auto snapshot = globalSessionId_;
     for (const auto& [id, sessionName] : snapshot) {
       if (sessionName.empty()) continue;
-      if (++inUse <= maxSessions) continue;
-      PLATFORM_ASSERT(!sessionName.empty());
+      if (++inUse <= limit) continue;
+      // A companion may have gone with its session already.
+      if (!sessionSm(sessionName)) continue;
       TRACE(1, "Deleting session ", sessionName);
       deleteSession(sessionName);
       MIRRORING_NOSESSIONGROUPS(sessionName, maxSessions);
     }
-    PLATFORM_ASSERT(globalSessionIdCount_ <= maxSessions);
+    PLATFORM_ASSERT(globalSessionIdCount_ <= limit);
     return;
   }
   // One entry more than the limit admits; ids are 8 bits wide, so the table stops at 255.
   for (uint32_t id = 0; id <= std::min<uint32_t>(maxSessions, 255); ++id) globalSessionId_.try_emplace(uint8_t(id));
-  for (const auto& [name, hw] : mirroringHwConfig_->session) globalSessionId_[uint8_t(hw->sessionId())] = name;
+  // Ids that hardware copies carry are kept for their sessions; an id outside the table, or
+  // one an earlier copy (in name order) holds already, is not.
+  for (const auto& [name, hw] : mirroringHwConfig_->session) {
+    auto it = globalSessionId_.find(uint8_t(hw->sessionId()));
+    if (hw->sessionId() < 0 || hw->sessionId() > 255 || it == globalSessionId_.end()) continue;
+    if (it->second.empty()) it->second = name;
+  }
   handleSession();
 }
 
@@ -367,6 +466,17 @@ void ConfigSm::decGreIntfUserCount(const platform::IntfId& intf) {
 uint16_t ConfigSm::greIntfUserCount(const platform::IntfId& intf) const {
   auto it = greIntfUserCnt_.find(intf);
   return it == greIntfUserCnt_.end() ? 0 : it->second;
+}
+
+platform::IntfId ConfigSm::greTunnelOf(const GreTunnelKey& key) const {
+  const platform::IntfId* intf = mirroringStatus_->greTunnelKeyToIntfId.find(key);
+  if (!intf) return platform::IntfId();
+  const uint32_t number = intf->greTunnelNumber();
+  const GreTunnelKey* back = mirroringStatus_->greTunnelKey.find(*intf);
+  if (!intf->isGreTunnel() || number < 1 || number > kGreTunnelNumMax || !back || !(*back == key)) {
+    return platform::IntfId();
+  }
+  return *intf;
 }
 
 platform::IntfId ConfigSm::greTunnelIntfAlloc() {
@@ -582,58 +692,66 @@ void ConfigSm::handleLagPhyIntf() {
 void ConfigSm::handleVrfStatus(const platform::VrfName& vrf) {
   PLATFORM_ASSERT(initialized());
   TRACE(1, *this, "::handleVrfStatus", "( ", vrf, " )");
-  for (const auto& [name, session] : mirroringConfig_->session) {
-    if (!(session->greTunnelKey().vrf == vrf)) continue;
+  for (const auto& name : mirroringConfig_->session.keys()) {
+    Ptr<const Session> session = mirroringConfig_->session.get(name);
     auto sm = sessionSm(name);
-    if (!sm) continue;
-    sm->handleGreTunnelKey();
-    sm->handleDest();
-  }
-}
-
-// Hands an interface that session `sessionName` let go of to the first other session that
-// was refused it: as a destination first, then as a source.
-void ConfigSm::handOver(const std::string& sessionName, const std::string& intfName, bool destLagCheck) {
-  const auto names = mirroringConfig_->session.keys();
-  for (const auto& t : names) {
-    TRACE(2, "Checking if ", intfName, " is a destination in ", t);
-    if (t == sessionName) continue;
-    auto session = mirroringConfig_->session.get(t);
-    auto sm = sessionSm(t);
-    if (!sm || !mirroringStatus_->sessionStatus.contains(t) || !session->targetIntf.contains(intfName)) continue;
-    if (destLagCheck && !destStatusLagCheck(*this, intfName)) continue;
-    OperStatus status = getDestOperStatus(*this, session, intfName);
-    sm->doUpdateDestStatus(intfName, status);
-    if (status.isActive()) {
-      TRACE(2, "Activated destination ", intfName, " in ", t);
-      return;
+    if (!session || !sm) continue;
+    auto companion = sessionSm(fwdingDropSessionName(name));
+    if (session->greTunnelKey().vrf == vrf) {
+      sm->handleGreTunnelKey();
+      sm->handleDest();
+      // The companion judges its parent's destinations by the parent's key as well.
+      if (companion) companion->handleDest();
     }
-  }
-  for (const auto& t : names) {
-    TRACE(2, "Checking if ", intfName, " is a source in ", t);
-    if (t == sessionName) continue;
-    auto session = mirroringConfig_->session.get(t);
-    auto sm = sessionSm(t);
-    auto status = mirroringStatus_->sessionStatus.get(t);
-    if (!sm || !status || !session->srcIntf.contains(intfName)) continue;
-    if (status->srcOperStatus.get(intfName).isActive()) continue;
-    if (!getSrcOperStatus(*this, session, intfName).isActive()) continue;
-    TRACE(2, "Activating source ", intfName, " in ", t);
-    sm->doUpdateSrcStatus(intfName, OperStatus::active());
-    return;
+    // The companion's own tunnel is its parent's drop key's.
+    if (companion && session->dropGreTunnelKey().vrf == vrf) companion->handleDropGreTunnelKey();
   }
 }
 
 void ConfigSm::handleSourceDeactivation(const std::string& sessionName, const std::string& intfName) {
   PLATFORM_ASSERT(initialized());
   TRACE(1, *this, "::handleSourceDeactivation", "( ", intfName, " )");
-  handOver(sessionName, intfName, false);
+  handleIntfClaimChanged(sessionName, intfName, false);
 }
 
 void ConfigSm::handleDestDeactivation(const std::string& sessionName, const std::string& intfName) {
   PLATFORM_ASSERT(initialized());
   TRACE(1, *this, "::handleDestDeactivation", "( ", intfName, " )");
-  handOver(sessionName, intfName, true);
+  handleIntfClaimChanged(sessionName, intfName, true);
+}
+
+// Whether a session holds an interface, and in which direction, is what the other sessions'
+// decisions about it read; so every one of them is taken again, destinations first, each in
+// configuration order (a session before its companion). The first session that can take an
+// interface let go of gets it, and the others see it taken. The changed decision itself is
+// not taken again: its session is writing it.
+void ConfigSm::handleIntfClaimChanged(const std::string& sessionName, const std::string& intfName, bool dest) {
+  const std::vector<std::string> names = mirroringConfig_->session.keys();
+  auto each = [&](bool destPass, auto&& review) {
+    for (const auto& t : names) {
+      for (const auto& smName : {t, fwdingDropSessionName(t)}) {
+        Ptr<SessionSm> sm = sessionSm(smName);
+        if (!sm || sm->dying() || (smName == sessionName && destPass == dest)) continue;
+        review(*sm);
+      }
+    }
+  };
+  each(true, [&](SessionSm& sm) {
+    if (!sm.session()->targetIntf.contains(intfName)) return;
+    TRACE(2, "Checking if ", intfName, " is a destination in ", sm.name());
+    const bool was = sm.activeDest().count(intfName) != 0;
+    sm.reviewDest(intfName);
+    if (!was && sm.activeDest().count(intfName)) TRACE(2, "Activated destination ", intfName, " in ", sm.name());
+  });
+  each(false, [&](SessionSm& sm) {
+    if (!sm.session()->srcIntf.contains(intfName)) return;
+    TRACE(2, "Checking if ", intfName, " is a source in ", sm.name());
+    const bool was = sm.sessionStatus()->srcOperStatus.get(intfName).isActive();
+    sm.reviewSource(intfName);
+    if (!was && sm.sessionStatus()->srcOperStatus.get(intfName).isActive()) {
+      TRACE(2, "Activating source ", intfName, " in ", sm.name());
+    }
+  });
 }
 
 void ConfigSm::maybeUpdateSrcLagMemberState(const std::string& intfName) {
@@ -667,18 +785,66 @@ void ConfigSm::maybeUpdateSrcLagMemberState(const std::string& intfName) {
 
 bool ConfigSm::isMirroringSrcPort(const std::string& intfName) const {
   TRACE(2, "isMirroringSrcPort", " Intf: ", intfName);
-  for (const auto& [name, session] : mirroringConfig_->session) {
-    if (session->srcIntf.contains(intfName)) return true;
-  }
-  return false;
+  return srcSessions_.count(intfName) != 0;
 }
 
 bool ConfigSm::isMirroringDestPort(const std::string& intfName) const {
   TRACE(2, "isMirroringDestPort", " Intf: ", intfName);
-  for (const auto& [name, session] : mirroringConfig_->session) {
-    if (session->targetIntf.contains(intfName)) return true;
+  return targetSessions_.count(intfName) != 0;
+}
+
+namespace {
+const std::set<std::string> kNoSessions;
+}
+
+const std::set<std::string>& ConfigSm::srcSessionsOf(const std::string& intfName) const {
+  auto it = srcSessions_.find(intfName);
+  return it == srcSessions_.end() ? kNoSessions : it->second;
+}
+
+const std::set<std::string>& ConfigSm::targetSessionsOf(const std::string& intfName) const {
+  auto it = targetSessions_.find(intfName);
+  return it == targetSessions_.end() ? kNoSessions : it->second;
+}
+
+// The index follows every configured session, whether it found room or not: a Port-Channel
+// that a waiting session names is a mirroring source all the same.
+void ConfigSm::indexSession(const std::string& name) {
+  Ptr<const Session> session = mirroringConfig_->session.get(name);
+  auto it = sessionConfig_.find(name);
+  if (it != sessionConfig_.end()) {
+    if (it->second->session == session) return;
+    std::unique_ptr<SessionConfigReactor> gone = std::move(it->second);
+    sessionConfig_.erase(it);
+    for (const auto& intf : gone->session->srcIntf.keys()) indexIntf(name, intf, false, false);
+    for (const auto& intf : gone->session->targetIntf.keys()) indexIntf(name, intf, true, false);
   }
-  return false;
+  if (!session) return;
+  sessionConfig_[name] = std::make_unique<SessionConfigReactor>(this, session);
+  for (const auto& intf : session->srcIntf.keys()) indexIntf(name, intf, false, true);
+  for (const auto& intf : session->targetIntf.keys()) indexIntf(name, intf, true, true);
+}
+
+void ConfigSm::indexIntf(const std::string& session, const std::string& intf, bool target, bool present) {
+  auto& index = target ? targetSessions_ : srcSessions_;
+  auto it = index.find(intf);
+  const bool was = it != index.end();
+  if (present) {
+    index[intf].insert(session);
+  } else if (was) {
+    it->second.erase(session);
+    if (it->second.empty()) index.erase(it);
+  }
+  const bool now = index.count(intf) != 0;
+  if (was != now && initialized_ && platform::IntfId(intf).isPortChannel()) reviewLagMembers(intf);
+}
+
+void ConfigSm::reviewLagMembers(const std::string& lag) {
+  if (!lagConfig_) return;
+  TRACE(2, "Reviewing the members of ", lag);
+  for (const auto& [member, entry] : lagConfig_->phyIntf) {
+    if (entry->lag().name() == lag) reviewSourceIntfs(*this, member);
+  }
 }
 
 platform::IntfId ConfigSm::lagOf(const std::string& intfName) const {

@@ -58,6 +58,8 @@ bool intfStatusCheck(const ConfigSm& configSm, const std::string& intf);
 bool destStatusLagCheck(const ConfigSm& configSm, const std::string& intf);
 bool isSrcLagConfigured(const ConfigSm& configSm, const std::string& intf);
 bool isDestLagConfigured(const ConfigSm& configSm, const std::string& intf);
+// The status of a GRE tunnel destination whose key lies in `vrf`.
+OperStatus greDestOperStatus(const ConfigSm& configSm, const platform::VrfName& vrf);
 // Re-evaluate every session that uses the interface as a source (destination).
 void reviewSourceIntfs(ConfigSm& configSm, const platform::IntfId& intf);
 void reviewDestIntfs(ConfigSm& configSm, const platform::IntfId& intf);
@@ -154,6 +156,8 @@ class SourceIntfSm : public platform::RefCounted {
   Ptr<const Config> config_;
   Ptr<const Acl::AclTypeConfig> aclConfig_, ip6AclConfig_, macAclConfig_;
   SessionSm* sessionSm_;
+  // The direction the other sessions were last told of.
+  Direction direction_ = Direction::both;
   platform::Reactor reactor_;
   bool initialized_ = false;
 };
@@ -175,6 +179,8 @@ class SessionSm : public platform::RefCounted {
   uint8_t sessionId() const { return sessionId_; }
   const std::set<std::string>& activeDest() const { return activeDest_; }
   bool initialized() const { return initialized_; }
+  // Told to die: no longer part of anyone's decisions.
+  bool dying() const { return dying_; }
   ConfigSm* configSm() const { return configSm_; }
 
   void handleInitialized();
@@ -185,6 +191,10 @@ class SessionSm : public platform::RefCounted {
   void handleActiveDest();
   void doUpdateSrcStatus(const std::string& name, const OperStatus& status);
   void doUpdateDestStatus(const std::string& name, const OperStatus& status);
+  // Another session's claim on `name` changed: the decision is taken again, and written only
+  // when it comes out different.
+  void reviewSource(const std::string& name);
+  void reviewDest(const std::string& name);
   void doMaybeUpdateHwConfig();
   void updateHwConfigTargetIntf(const platform::IntfId& intf, bool drop);
   void handleGreTunnelKey();
@@ -228,8 +238,20 @@ class SessionSm : public platform::RefCounted {
  private:
   void activeDestIs(const std::string& name);
   void activeDestDel(const std::string& name);
+  // Writes one destination's status (and `activeDest` for configured destinations), without
+  // the hardware copy.
+  void writeDestStatus(const std::string& name, const OperStatus& status);
+  // On hardware with one destination per session, every refused destination read how many
+  // are active: each is decided again when `changed` takes or lets go of the session's place.
+  void redecideRefusedDests(const std::string& changed);
+  // The source's status with the session's one-IPv6-ACL rule applied.
+  OperStatus srcStatusFor(const std::string& name, OperStatus computed) const;
   // The GRE tunnel interface this session's key (its drop key, for a companion) maps to.
   platform::IntfId resolvedGreIntf() const;
+  // What this session publishes for a tunnel interface: the status of the tunnel its key
+  // resolves to, or of one it names as a target; nothing for any other.
+  OperStatus tunnelStatus(const platform::IntfId& tunnel) const;
+  void writeTunnelStatus(const platform::IntfId& tunnel);
   const HwCapability* capability() const;
   // Brings the sources' statuses in line with the one-IPv6-ACL rule; true when it wrote one
   // (the nested rewrite then did the rest).
@@ -304,7 +326,14 @@ class ConfigSm : public platform::RefCounted {
   void staleSessionSmDel(const std::string& name) { staleSessionSm_.erase(name); }
   // Whether a session of this name has (or may take) a status within the hardware's limit.
   bool roomForSession(const std::string& name) const;
+  // A session or companion found no room: it says so, and waits for room to be freed.
+  void refuseForRoom(const std::string& name);
   void admitWaitingCompanions();
+  // Deletes a forwarding-drop companion (told to die first) and its status; its room goes to
+  // whoever waits for it.
+  void companionDel(const std::string& name);
+  // The number of sessions the hardware can hold: its limit, within the 8-bit id space.
+  uint32_t sessionLimit() const;
   const std::map<uint8_t, std::string>& globalSessionId() const { return globalSessionId_; }
   uint32_t globalSessionIdCount() const { return globalSessionIdCount_; }
 
@@ -317,6 +346,8 @@ class ConfigSm : public platform::RefCounted {
   // Marks the tunnel number of an interface restored from status as taken.
   void greTunnelNumberTake(const platform::IntfId& intf);
   bool greTunnelNumberTaken(uint32_t number) const;
+  // The tunnel interface the status maps `key` to, when the two maps agree on it; else empty.
+  platform::IntfId greTunnelOf(const GreTunnelKey& key) const;
   void staleGreTunnelKeyIs(const platform::IntfId& intf) { staleGreTunnelKey_.insert(intf); }
   void staleGreTunnelKeyDel(const platform::IntfId& intf) { staleGreTunnelKey_.erase(intf); }
   bool staleGreTunnelKeyHas(const platform::IntfId& intf) const { return staleGreTunnelKey_.count(intf) != 0; }
@@ -347,9 +378,17 @@ class ConfigSm : public platform::RefCounted {
   void handleVrfStatus(const platform::VrfName& vrf);
   void handleSourceDeactivation(const std::string& sessionName, const std::string& intfName);
   void handleDestDeactivation(const std::string& sessionName, const std::string& intfName);
+  // Session `sessionName` started or stopped holding `intfName` as a source (as a destination
+  // when `dest`), or changed how it holds it: every other decision about the interface read
+  // that and is taken again.
+  void handleIntfClaimChanged(const std::string& sessionName, const std::string& intfName, bool dest);
   void maybeUpdateSrcLagMemberState(const std::string& intfName);
   bool isMirroringSrcPort(const std::string& intfName) const;
   bool isMirroringDestPort(const std::string& intfName) const;
+  // The configured sessions that name an interface as a source (as a target), whether or not
+  // they found room.
+  const std::set<std::string>& srcSessionsOf(const std::string& intfName) const;
+  const std::set<std::string>& targetSessionsOf(const std::string& intfName) const;
   // The Port-Channel an interface is a member of, or the empty id.
   platform::IntfId lagOf(const std::string& intfName) const;
 
@@ -361,7 +400,13 @@ class ConfigSm : public platform::RefCounted {
  private:
   // Deletes a session's companion and state machine (each told to die first) and its status.
   void deleteSession(const std::string& name);
-  void handOver(const std::string& sessionName, const std::string& intfName, bool destLagCheck);
+  // Follows the sources and targets of one configured session for the interface index.
+  struct SessionConfigReactor;
+  void indexSession(const std::string& name);
+  void indexIntf(const std::string& session, const std::string& intf, bool target, bool present);
+  // A Port-Channel started or stopped being named as a source or target somewhere: what its
+  // members may be as sources changed.
+  void reviewLagMembers(const std::string& lag);
   struct PhyIntfReactor;
 
   Ptr<const Config> mirroringConfig_;
@@ -382,6 +427,12 @@ class ConfigSm : public platform::RefCounted {
   std::map<uint8_t, std::string> globalSessionId_;
   uint32_t globalSessionIdCount_ = 0;
   std::set<std::string> staleSessionSm_;
+  // Sessions and companions refused for lack of room at the last walk; while there are any,
+  // every status that goes gives them another chance.
+  std::set<std::string> waiting_;
+  bool walkingSessions_ = false, walkAgain_ = false;
+  std::map<std::string, std::set<std::string>> srcSessions_, targetSessions_;
+  std::map<std::string, std::unique_ptr<SessionConfigReactor>> sessionConfig_;
   std::set<platform::IntfId> staleGreTunnelKey_;
   std::vector<bool> greTunnelBitMap_;
   std::map<platform::IntfId, uint16_t> greIntfUserCnt_;

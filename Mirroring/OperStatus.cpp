@@ -68,10 +68,25 @@ bool otherSessionSourcesNonRx(const ConfigSm& configSm, const std::string& thisS
   return false;
 }
 
+// Whether `dest` is an active source of any session, this one included.
+bool activeSourceAnywhere(const ConfigSm& configSm, const std::string& dest) {
+  for (const auto& name : configSm.srcSessionsOf(dest)) {
+    Ptr<const SessionStatus> status = statusOf(configSm, name);
+    if (status && isActiveIn(status->srcOperStatus, dest)) {
+      TRACE(2, dest, " is an active source in session ", name);
+      return true;
+    }
+  }
+  return false;
+}
+
 // The rule for plain destinations (Ethernet ports, and Port-Channels where supported).
 OperStatus portDestOperStatus(const ConfigSm& configSm, const Ptr<const Session>& session, const std::string& dest) {
   const std::string thisSession = sessionName(session);
-  if (alreadyActiveSource(configSm, session, dest)) {
+  // An interface mirrored as a source is no destination, whichever session mirrors it and in
+  // whatever direction; hardware that allows both on one interface takes it as a destination
+  // only from sources of other sessions that mirror what it receives.
+  if (activeSourceAnywhere(configSm, dest)) {
     if (!capability(configSm, &HwCapability::sameIntfSrcAndDestSupported)) {
       return OperStatus::inactive(reason::sourceConflict);
     }
@@ -234,11 +249,7 @@ OperStatus getDestOperStatus(const ConfigSm& configSm, const Ptr<const Session>&
 
   if (id.isGreTunnel()) {
     // Tunnels are not ports: the one-port limit does not count them.
-    platform::VrfName vrf = session ? session->greTunnelKey().vrf : platform::VrfName();
-    const Ptr<const Ip::AllVrfStatusGlobal>& vrfs = configSm.allVrfStatus();
-    if (vrfs && vrfs->vrf.contains(vrf)) return OperStatus::active();
-    if (vrf.isDefault()) return OperStatus::active();
-    return OperStatus::inactive(vrfNotConfiguredReason(vrf));
+    return greDestOperStatus(configSm, session ? session->greTunnelKey().vrf : platform::VrfName());
   }
 
   OperStatus result;
@@ -255,6 +266,13 @@ OperStatus getDestOperStatus(const ConfigSm& configSm, const Ptr<const Session>&
     result = portDestOperStatus(configSm, session, dest);
   }
   return applyMultiplePortsRule(configSm, session, dest, std::move(result));
+}
+
+OperStatus greDestOperStatus(const ConfigSm& configSm, const platform::VrfName& vrf) {
+  const Ptr<const Ip::AllVrfStatusGlobal>& vrfs = configSm.allVrfStatus();
+  if (vrfs && vrfs->vrf.contains(vrf)) return OperStatus::active();
+  if (vrf.isDefault()) return OperStatus::active();
+  return OperStatus::inactive(vrfNotConfiguredReason(vrf));
 }
 
 void reviewSourceIntfs(ConfigSm& configSm, const platform::IntfId& intf) {

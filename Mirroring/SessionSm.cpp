@@ -114,8 +114,16 @@ void SessionSm::mark() {
 
 void SessionSm::sweep() {
   TRACE(2, *this, "::sweep");
-  for (const auto& n : staleSrcOperStatus_) sessionStatus_->srcOperStatus.del(n);
-  for (const auto& n : staleTargetOperStatus_) sessionStatus_->targetOperStatus.del(n);
+  // A claim an earlier run left and nothing confirmed may have kept another session out.
+  std::vector<std::pair<std::string, bool>> released;
+  for (const auto& n : staleSrcOperStatus_) {
+    if (sessionStatus_->srcOperStatus.get(n).isActive()) released.emplace_back(n, false);
+    sessionStatus_->srcOperStatus.del(n);
+  }
+  for (const auto& n : staleTargetOperStatus_) {
+    if (sessionStatus_->targetOperStatus.get(n).isActive()) released.emplace_back(n, true);
+    sessionStatus_->targetOperStatus.del(n);
+  }
   if (auto hw = configSm_->mirroringHwConfig()->session.get(name_)) {
     for (const auto& n : staleSrcIntfInHwConfig_) hw->srcIntf.del(n);
     for (const auto& n : staleTargetIntfInHwConfig_) hw->targetIntf.del(n);
@@ -124,6 +132,10 @@ void SessionSm::sweep() {
   staleTargetOperStatus_.clear();
   staleSrcIntfInHwConfig_.clear();
   staleTargetIntfInHwConfig_.clear();
+  if (released.empty()) return;
+  doMaybeUpdateHwConfig();
+  if (forwardingDrop_) return;
+  for (const auto& [intf, dest] : released) configSm_->handleIntfClaimChanged(name_, intf, dest);
 }
 
 // --- sources ---------------------------------------------------------------------------------
@@ -137,7 +149,6 @@ void SessionSm::handleSource() {
 void SessionSm::handleSource(const std::string& name) {
   PLATFORM_ASSERT(initialized());
   TRACE(1, *this, "::handleSource", "( ", name, " )");
-  const bool wasActive = sessionStatus_->srcOperStatus.get(name).isActive();
   OperStatus status;
   if (auto src = session_->srcIntf.get(name)) {
     TRACE(2, "Source ", name, " exists in session ", name_);
@@ -152,11 +163,19 @@ void SessionSm::handleSource(const std::string& name) {
     srcIntfSm_.erase(name);
   }
   doUpdateSrcStatus(name, status);
-  // What was written may be a refusal the computed status did not know of (one IPv6 ACL).
-  if (wasActive && !sessionStatus_->srcOperStatus.get(name).isActive()) {
-    configSm_->handleSourceDeactivation(name_, name);
-  }
   configSm_->maybeUpdateSrcLagMemberState(name);
+}
+
+void SessionSm::reviewSource(const std::string& name) {
+  PLATFORM_ASSERT(initialized());
+  if (!session_->srcIntf.contains(name)) return;
+  const OperStatus computed = srcStatusFor(name, getSrcOperStatus(*configSm_, session_, name));
+  if (computed != sessionStatus_->srcOperStatus.get(name)) handleSource(name);
+}
+
+OperStatus SessionSm::srcStatusFor(const std::string& name, OperStatus computed) const {
+  if (computed.isActive() && ipv6AclTaken(name)) return OperStatus::inactive(reason::multipleIpv6Acls);
+  return computed;
 }
 
 bool SessionSm::ipv6AclTaken(const std::string& src) const {
@@ -178,7 +197,6 @@ bool SessionSm::reviewIpv6AclSources() {
     if (published.isActive() && taken) {
       TRACE(2, "Session ", name_, " source ", src, ": the session's IPv6 mirroring ACL is taken");
       doUpdateSrcStatus(src, OperStatus::inactive(reason::multipleIpv6Acls));
-      configSm_->handleSourceDeactivation(name_, src);
       return true;
     }
     if (!taken && published.state == OperState::inactive && published.reason == reason::multipleIpv6Acls) {
@@ -193,9 +211,9 @@ bool SessionSm::reviewIpv6AclSources() {
 }
 
 void SessionSm::doUpdateSrcStatus(const std::string& name, const OperStatus& requested) {
-  OperStatus status = requested;
-  if (status.isActive() && ipv6AclTaken(name)) status = OperStatus::inactive(reason::multipleIpv6Acls);
+  const OperStatus status = srcStatusFor(name, requested);
   TRACE(2, *this, " source ", name, " status ", status);
+  const bool wasActive = sessionStatus_->srcOperStatus.get(name).isActive();
   if (status.state != OperState::unknown) {
     sessionStatus_->srcOperStatus.set(name, status);
   } else {
@@ -203,6 +221,10 @@ void SessionSm::doUpdateSrcStatus(const std::string& name, const OperStatus& req
   }
   staleSrcOperStatus_.erase(name);
   doMaybeUpdateHwConfig();
+  // Another session may have been refused the interface, or be holding it as a destination.
+  if (wasActive != status.isActive() && !forwardingDrop_ && !dying_) {
+    configSm_->handleIntfClaimChanged(name_, name, false);
+  }
 }
 
 bool SessionSm::hasActiveSource() const {
@@ -225,10 +247,9 @@ void SessionSm::handleDest(const std::string& name) {
   TRACE(1, *this, "::handleDest", "( ", name, " )");
   const bool wasActive = sessionStatus_->targetOperStatus.get(name).isActive();
   const bool configured = session_->targetIntf.contains(name);
-  OperStatus status = configured ? getDestOperStatus(*configSm_, session_, name) : OperStatus();
+  // A tunnel this session resolves its key to keeps its status while no longer named.
+  OperStatus status = configured ? getDestOperStatus(*configSm_, session_, name) : tunnelStatus(platform::IntfId(name));
   doUpdateDestStatus(name, status);
-  // A destination let go may be the one another session was refused.
-  if (wasActive && !status.isActive()) configSm_->handleDestDeactivation(name_, name);
   const platform::IntfId intf(name);
   if (name == kCpuIntfName || intf.isLoopback()) return;
   // A GRE destination decides which sources may stay (receive only).
@@ -249,8 +270,10 @@ void SessionSm::activeDestDel(const std::string& name) {
   if (activeDest_.erase(name)) handleActiveDest();
 }
 
-void SessionSm::doUpdateDestStatus(const std::string& name, const OperStatus& status) {
-  if (status.isActive()) {
+void SessionSm::writeDestStatus(const std::string& name, const OperStatus& status) {
+  // Only the destinations the session names hold its places; a resolved tunnel stands in for
+  // a named one.
+  if (status.isActive() && session_->targetIntf.contains(name)) {
     activeDestIs(name);
   } else {
     activeDestDel(name);
@@ -262,18 +285,34 @@ void SessionSm::doUpdateDestStatus(const std::string& name, const OperStatus& st
     sessionStatus_->targetOperStatus.del(name);
   }
   staleTargetOperStatus_.erase(name);
-  const HwCapability* cap = capability();
-  if (!(cap && cap->multiDestSupported()) && activeDest_.empty() && name == kCpuIntfName) {
-    // A Cpu destination that let go may leave room for a destination it kept out.
-    for (const auto& dest : session_->targetIntf.keys()) {
-      OperStatus other = getDestOperStatus(*configSm_, session_, dest);
-      if (!other.isActive()) continue;
-      TRACE(4, "CPU targetOperStatusIs ", dest, " ", other);
-      sessionStatus_->targetOperStatus.set(dest, other);
-      staleTargetOperStatus_.erase(dest);
-    }
-  }
+}
+
+void SessionSm::doUpdateDestStatus(const std::string& name, const OperStatus& status) {
+  const bool wasActive = sessionStatus_->targetOperStatus.get(name).isActive();
+  writeDestStatus(name, status);
   doMaybeUpdateHwConfig();
+  if (wasActive == status.isActive() || dying_) return;
+  redecideRefusedDests(name);
+  // Another session may have been refused the interface, or be holding it as a source.
+  if (!forwardingDrop_) configSm_->handleIntfClaimChanged(name_, name, true);
+}
+
+void SessionSm::redecideRefusedDests(const std::string& changed) {
+  const HwCapability* cap = capability();
+  if (cap && cap->multiDestSupported()) return;
+  for (const auto& dest : session_->targetIntf.keys()) {
+    const OperStatus published = sessionStatus_->targetOperStatus.get(dest);
+    if (dest == changed || published.state != OperState::inactive) continue;
+    if (getDestOperStatus(*configSm_, session_, dest) == published) continue;
+    TRACE(4, (changed == kCpuIntfName ? "CPU " : ""), "Deciding again on ", dest, " after ", changed);
+    handleDest(dest);
+  }
+}
+
+void SessionSm::reviewDest(const std::string& name) {
+  PLATFORM_ASSERT(initialized());
+  if (!session_->targetIntf.contains(name)) return;
+  if (getDestOperStatus(*configSm_, session_, name) != sessionStatus_->targetOperStatus.get(name)) handleDest(name);
 }
 
 void SessionSm::handleActiveDest() {
@@ -302,15 +341,32 @@ bool SessionSm::hasActiveDestination() const {
 platform::IntfId SessionSm::resolvedGreIntf() const {
   const GreTunnelKey& key = forwardingDrop_ ? session_->dropGreTunnelKey() : session_->greTunnelKey();
   if (!key.hasUsableDestination()) return platform::IntfId();
-  return configSm_->mirroringStatus()->greTunnelKeyToIntfId.get(key);
+  return configSm_->greTunnelOf(key);
 }
 
 std::string SessionSm::resolveGreTargetIntf(const std::string&) const { return resolvedGreIntf().name(); }
 
+OperStatus SessionSm::tunnelStatus(const platform::IntfId& tunnel) const {
+  if (tunnel.empty()) return OperStatus();
+  if (session_->targetIntf.contains(tunnel.name())) return getDestOperStatus(*configSm_, session_, tunnel.name());
+  if (tunnel != resolvedGreIntf()) return OperStatus();
+  const GreTunnelKey& key = forwardingDrop_ ? session_->dropGreTunnelKey() : session_->greTunnelKey();
+  return greDestOperStatus(*configSm_, key.vrf);
+}
+
+void SessionSm::writeTunnelStatus(const platform::IntfId& tunnel) {
+  if (!tunnel.empty()) writeDestStatus(tunnel.name(), tunnelStatus(tunnel));
+}
+
 void SessionSm::handleGreTunnelKey() {
   PLATFORM_ASSERT(initialized());
   TRACE(1, *this, "::handleGreTunnelKey");
-  if (forwardingDrop_) return;
+  // The companion's tunnel is its parent's drop key's; the key only tells it the VRF its
+  // parent's destinations are judged by.
+  if (forwardingDrop_) {
+    handleDest();
+    return;
+  }
   platform::IntfId intf = handleGreTunnelKeyToIntfId(prevGreIntfId_, session_->greTunnelKey());
   prevGreIntfId_ = intf;
   updateHwConfigTargetIntf(intf, false);
@@ -321,7 +377,13 @@ void SessionSm::handleDropGreTunnelKey() {
   PLATFORM_ASSERT(initialized());
   TRACE(1, *this, "::handleDropGreTunnelKey");
   if (forwardingDrop_) {
-    updateHwConfigTargetIntf(resolvedGreIntf(), true);
+    // The companion publishes its tunnel's status and sends to it; the parent counts it.
+    const platform::IntfId tunnel = resolvedGreIntf();
+    const platform::IntfId old = prevDropGreIntfId_;
+    prevDropGreIntfId_ = tunnel;
+    writeTunnelStatus(tunnel);
+    if (old != tunnel) writeTunnelStatus(old);
+    doMaybeUpdateHwConfig();
     return;
   }
   prevDropGreIntfId_ = handleGreTunnelKeyToIntfId(prevDropGreIntfId_, session_->dropGreTunnelKey());
@@ -330,19 +392,15 @@ void SessionSm::handleDropGreTunnelKey() {
     if (!configSm_->sessionSm(companion)) {
       // The companion is a session of its own: without room it is refused as a session is.
       if (!configSm_->roomForSession(companion)) {
-        const HwCapability* cap = capability();
-        TRACE(2, "Max sessions reached. Could not create SessionSm for ", companion);
-        if (cap && cap->maxSupportedSessions() != 0) MIRRORING_NOSESSIONGROUPS(companion, cap->maxSupportedSessions());
+        configSm_->refuseForRoom(companion);
         return;
       }
       TRACE(2, "Creating session ", companion);
       configSm_->sessionSmIs(companion, session_, configSm_->mirroringStatus()->sessionStatusIs(companion),
                              hwDefaultSessionConfig_, aclConfig_, ip6AclConfig_, macAclConfig_, true);
     }
-  } else if (configSm_->sessionSm(companion)) {
-    TRACE(2, "Deleting session ", companion);
-    configSm_->sessionSmDel(companion);
-    configSm_->mirroringStatus()->sessionStatusDel(companion);
+  } else {
+    configSm_->companionDel(companion);
   }
 }
 
@@ -350,48 +408,57 @@ platform::IntfId SessionSm::handleGreTunnelKeyToIntfId(const platform::IntfId& p
   PLATFORM_ASSERT(initialized());
   TRACE(1, *this, "::handleGreTunnelKeyToIntfId", " session ", name_, " prev ", prev, " key ", key);
   auto status = configSm_->mirroringStatus();
+  // The session holds `prev` (counted once) until it lets go of it here.
+  bool held = !prev.empty() && configSm_->greIntfUserCount(prev) != 0;
   if (!key.hasUsableDestination()) {
     TRACE(2, "Existing target intf is : ", prev);
-    if (prev.isGreTunnel() && configSm_->greIntfUserCount(prev) && !(status->greTunnelKey.get(prev) == key)) {
+    if (held && prev.isGreTunnel() && !(status->greTunnelKey.get(prev) == key)) {
       configSm_->decGreIntfUserCount(prev);
-      sessionStatus_->targetOperStatus.del(prev.name());
+      writeTunnelStatus(prev);
+      doMaybeUpdateHwConfig();
     }
     return platform::IntfId();
   }
-  const platform::IntfId* mapped = status->greTunnelKeyToIntfId.find(key);
-  if (!prev.empty() && (!mapped || *mapped != prev)) {
+  platform::IntfId id = configSm_->greTunnelOf(key);
+  if (held && id != prev) {
     TRACE(2, "Deleting existing gre tunnel ", prev, " from ", name_);
-    handleGreTunnelKeyToIntfId(prev, GreTunnelKey{});
+    configSm_->decGreIntfUserCount(prev);
+    held = false;
   }
-  platform::IntfId id;
-  mapped = status->greTunnelKeyToIntfId.find(key);
-  if (!mapped) {
+  if (id.empty()) {
+    // A key the maps do not agree on gets a tunnel of its own; the leftover goes in the sweep.
+    if (const platform::IntfId* mapped = status->greTunnelKeyToIntfId.find(key)) TRACE(0, "Invalid greIntfId ", *mapped);
     id = configSm_->greTunnelIntfAlloc();
+    if (id.empty()) {
+      writeTunnelStatus(prev);
+      doMaybeUpdateHwConfig();
+      return id;
+    }
     TRACE(2, "Creating new greIntfId ", id);
     status->greTunnelKeyToIntfId.set(key, id);
     status->greTunnelKey.set(id, key);
-  } else if (mapped->isGreTunnel()) {
-    id = *mapped;
+  } else {
     TRACE(2, "Restoring greIntfId ", id);
     configSm_->greTunnelNumberTake(id);
-  } else {
-    id = *mapped;
-    TRACE(0, "Invalid greIntfId ", id);
   }
-  // A session counts once per tunnel it holds, however often its key is resolved again.
-  if (id != prev) configSm_->incGreIntfUserCount(id);
+  // A session counts once per tunnel it holds, however often its key is resolved again; a new
+  // tunnel under the name just let go of is a new hold.
+  if (!held) configSm_->incGreIntfUserCount(id);
   configSm_->staleGreTunnelKeyDel(id);
-  OperStatus st = getDestOperStatus(*configSm_, session_, id.name());
-  sessionStatus_->targetOperStatus.set(id.name(), st);
-  staleTargetOperStatus_.erase(id.name());
+  // The statuses of both tunnels, and then the hardware copy, in one go: the copy never sees
+  // the session between the two.
+  writeTunnelStatus(id);
+  if (prev != id) writeTunnelStatus(prev);
+  doMaybeUpdateHwConfig();
   return id;
 }
 
+// The tunnel is in the hardware copy exactly while its status is active there.
 void SessionSm::updateHwConfigTargetIntf(const platform::IntfId& intf, bool drop) {
   const GreTunnelKey& key = drop ? session_->dropGreTunnelKey() : session_->greTunnelKey();
   auto hw = configSm_->mirroringHwConfig()->session.get(name_);
   if (!hw || intf.empty()) return;  // written with the rest when the session gets its hardware copy
-  if (key.hasUsableDestination()) {
+  if (key.hasUsableDestination() && sessionStatus_->targetOperStatus.get(intf.name()).isActive()) {
     if (!hw->targetIntf.contains(intf.name())) {
       hw->targetIntfIs(intf.name());
       TRACE(2, "Session: ", name_, " adding targetIntf ", intf, " targetIntfs: ", hw->targetIntf.size());
@@ -427,6 +494,10 @@ TruncationSize supportedTruncationSize(TruncationSize requested, const HwCapabil
 
 void SessionSm::doMaybeUpdateHwConfig() {
   auto hwConfig = configSm_->mirroringHwConfig();
+  if (dying_) {
+    hwConfig->sessionDel(name_);
+    return;
+  }
   if (reviewIpv6AclSources()) return;
   if (!hasActiveDestination()) {
     srcAclRefresh_.clear();  // a new hardware copy is written whole anyway
@@ -449,13 +520,19 @@ void SessionSm::doMaybeUpdateHwConfig() {
   }
   hw->grePayloadType.set(payload);
 
-  // Destinations: active ones, with GRE targets replaced by their tunnel interface.
+  // Destinations: active ones, with GRE targets replaced by the tunnel the key resolves to.
   const platform::IntfId greIntf = resolvedGreIntf();
+  bool tunnelWritten = false;
+  auto writeTunnel = [&] {
+    if (tunnelWritten) return;
+    tunnelWritten = true;
+    updateHwConfigTargetIntf(greIntf, forwardingDrop_);
+    hw->greTunnelKey.set(session_->greTunnelKey());
+    hw->dropGreTunnelKey.set(session_->dropGreTunnelKey());
+  };
   for (const auto& target : session_->targetIntf.keys()) {
     if (platform::IntfId(target).isGreTunnel()) {
-      updateHwConfigTargetIntf(greIntf, forwardingDrop_);
-      hw->greTunnelKey.set(session_->greTunnelKey());
-      hw->dropGreTunnelKey.set(session_->dropGreTunnelKey());
+      writeTunnel();
       continue;
     }
     if (sessionStatus_->targetOperStatus.get(target).isActive()) {
@@ -469,6 +546,8 @@ void SessionSm::doMaybeUpdateHwConfig() {
       TRACE(2, "Session: ", name_, " deleting targetIntf ", target, " targetIntfs: ", hw->targetIntf.size());
     }
   }
+  // A key resolved without a GRE target still sends to its tunnel.
+  if (!greIntf.empty()) writeTunnel();
 
   // GRE options.
   hw->txGreMetadataEnabled.set(session_->txGreMetadataEnabled());
@@ -517,7 +596,10 @@ void SessionSm::doMaybeUpdateHwConfig() {
     if (!session_->srcIntf.contains(srcName)) hw->srcIntfDel(srcName);
   }
   for (const auto& target : hw->targetIntf.keys()) {
-    if (!session_->targetIntf.contains(target) && target != greIntf.name()) hw->targetIntfDel(target);
+    const bool wanted = target == greIntf.name()
+                            ? sessionStatus_->targetOperStatus.get(target).isActive()
+                            : session_->targetIntf.contains(target) && !platform::IntfId(target).isGreTunnel();
+    if (!wanted) hw->targetIntfDel(target);
   }
   auto firstTarget = hw->targetIntf.begin();
   hw->destIntf.set(firstTarget == hw->targetIntf.end() ? std::string() : *firstTarget);
@@ -604,6 +686,8 @@ MIRRORING_CHECKED_OPTION_HANDLER(handleIsInternalOrOwner)
 void SessionSm::doPrepareToDie() {
   TRACE(1, *this, "::doPrepareToDie");
   if (!initialized_) return;
+  // From here on the session takes part in no decision, and has no hardware copy.
+  dying_ = true;
   if (!forwardingDrop_) {
     handleGreTunnelKeyToIntfId(prevGreIntfId_, GreTunnelKey{});
     handleGreTunnelKeyToIntfId(prevDropGreIntfId_, GreTunnelKey{});

@@ -41,6 +41,7 @@ SourceIntfSm::SourceIntfSm(Ptr<const SrcIntf> srcIntf, Ptr<const Config> config,
 void SourceIntfSm::handleInitialized() {
   TRACE(1, *this, "::handleInitialized");
   initialized_ = true;
+  direction_ = srcIntf_->direction();
   handleDirection();
 }
 
@@ -56,23 +57,15 @@ void SourceIntfSm::handleDirection() {
   // Written even when unchanged: the hardware copy carries the direction.
   sessionSm_->doUpdateSrcStatus(intf, status);
 
-  // Another session may have been refused this interface for the direction this source had:
-  // it gets it now.
-  if (!config_) return;
-  const std::string ownSession = sessionSm_->session() ? sessionSm_->session()->name() : sessionSm_->name();
-  for (const auto& otherName : config_->session.keys()) {
-    if (otherName == ownSession || otherName == sessionSm_->name()) continue;
-    Ptr<SessionSm> other = configSm.sessionSm(otherName);
-    if (!other || !other->session() || !other->sessionStatus()) continue;
-    if (!other->session()->srcIntf.contains(intf)) continue;
-    // Only a refused source can gain; deciding is a pure read, so the others are left alone.
-    if (other->sessionStatus()->srcOperStatus.get(intf).state != OperState::inactive) continue;
-    const OperStatus otherStatus = getSrcOperStatus(configSm, other->session(), intf);
-    if (otherStatus.isActive()) {
-      TRACE(2, "handleDirection:: updating the status of ", intf, " to ", otherStatus, " in session ", otherName);
-      other->doUpdateSrcStatus(intf, otherStatus);
-    }
-  }
+  // The direction is part of how the session holds the interface: another session may have
+  // been refused it for the direction this source had, or may take it as a destination now.
+  // (A change of the source's state told them already.)
+  const Direction direction = srcIntf_->direction();
+  const bool directionChanged = direction != direction_;
+  direction_ = direction;
+  if (!directionChanged || sessionSm_->forwardingDrop() || sessionSm_->dying()) return;
+  const OperStatus now = sessionSm_->sessionStatus()->srcOperStatus.get(intf);
+  if (now.isActive() == prev.isActive()) configSm.handleIntfClaimChanged(sessionSm_->name(), intf, false);
 }
 
 void SourceIntfSm::handleSrcAcl() {

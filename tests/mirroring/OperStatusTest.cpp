@@ -366,11 +366,25 @@ TEST(OperStatusTest, DestinationRules) {
        },
        kActive},
 
-      // Sources: only a source of this session that lost to another session's source counts.
-      {"another session's source alone",
+      // Sources: an active source, of any session and in any direction, is no destination.
+      {"another session's receive-only source",
+       [](World& w) {
+         w.source("a", "Ethernet1", Direction::rx);
+         w.publishSrc("a", "Ethernet1", kActive);
+         w.target("b", "Ethernet1");
+       },
+       inactive("Source Conflict")},
+      {"this session's own active source",
+       [](World& w) {
+         w.source("b", "Ethernet1", Direction::tx);
+         w.publishSrc("b", "Ethernet1", kActive);
+         w.target("b", "Ethernet1");
+       },
+       inactive("Source Conflict")},
+      {"another session's refused source",
        [](World& w) {
          w.source("a", "Ethernet1", Direction::both);
-         w.publishSrc("a", "Ethernet1", kActive);
+         w.publishSrc("a", "Ethernet1", inactive("Source Conflict"));
          w.target("b", "Ethernet1");
        },
        kActive},
@@ -560,18 +574,31 @@ TEST(OperStatusTest, MultiplePortsRule) {
               {"Gre1", kActive},
           });
 
-    s->doUpdateDestStatus("Ethernet2", kActive);
-    ASSERT_EQ(s->activeDest().size(), 2u);
-    check("two active", {
-                            {"Ethernet1", inactive("Multiple ports are not supported")},
-                            {"Ethernet2", inactive("Multiple ports are not supported")},
-                            {"Ethernet3", kActive},
-                        });
-
-    s->doUpdateDestStatus("Ethernet1", inactive("Multiple ports are not supported"));
-    s->doUpdateDestStatus("Ethernet2", inactive("Multiple ports are not supported"));
+    // The active one goes: the first refused one takes its place, and what the operator sees
+    // of the others is decided again against it.
+    w.up("Ethernet1", false);
+    EXPECT_EQ(w.publishedDest("s", "Ethernet1"), inactive("Multiple ports are not supported"));
+    EXPECT_EQ(w.publishedDest("s", "Ethernet2"), kActive);
+    EXPECT_EQ(w.publishedDest("s", "Ethernet3"), inactive("Multiple ports are not supported"));
+    w.up("Ethernet2", false);
+    EXPECT_EQ(w.publishedDest("s", "Ethernet3"), kActive);
+    w.up("Ethernet3", false);
     ASSERT_TRUE(s->activeDest().empty());
-    check("none active", {{"Ethernet3", kActive}, {"Cpu", inactive("Cpu is not supported")}});
+    check("none active", {{"Ethernet1", inactive("Interface Mode Conflict")}, {"Cpu", inactive("Cpu is not supported")}});
+  }
+  {
+    // Sessions that come from hardware with several ports: while two are active, one not yet
+    // active is not refused; the two refuse each other, and the later one stays.
+    World w;
+    w.cap->maxSupportedSessions.set(4);
+    for (const char* intf : {"Ethernet1", "Ethernet2", "Ethernet3"}) w.up(intf);
+    for (const char* intf : {"Ethernet1", "Ethernet2"}) {
+      w.target("s", intf);
+      w.publishDest("s", intf, kActive);
+    }
+    w.start();
+    EXPECT_EQ(w.publishedDest("s", "Ethernet1"), inactive("Multiple ports are not supported"));
+    EXPECT_EQ(w.publishedDest("s", "Ethernet2"), kActive);
   }
   {
     World w;

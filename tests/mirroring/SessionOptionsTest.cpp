@@ -349,13 +349,15 @@ TEST_F(SourceFilters, OneIpv6AclPerSessionTheFirstSourceInInterfaceOrderKeepsIt)
   withSource(s1, "Ethernet3", "v6b", Acl::aclTypeIpv6);
   s1->targetIntfIs("Ethernet5");
   config->session.insert("s1", s1);
-  // A second session wants Ethernet3 too; it gets it while s1 refuses it.
-  addSession("s2", {"Ethernet3"}, {"Ethernet6"}, Direction::rx);
   const OperStatus refused = inactive(reason::multipleIpv6Acls);
+  EXPECT_EQ(source("s1", "Ethernet3"), refused);
+  // A second session wants Ethernet3 too; it gets it while s1 refuses it, and from then on
+  // s1 sees it taken.
+  addSession("s2", {"Ethernet3"}, {"Ethernet6"}, Direction::rx);
   auto inHardware = [&](const std::string& intf) { return hwSession("s1")->srcIntf.contains(intf); };
 
   EXPECT_EQ(source("s1", "Ethernet2"), active());
-  EXPECT_EQ(source("s1", "Ethernet3"), refused);
+  EXPECT_EQ(source("s1", "Ethernet3"), inactive(reason::sourceConflict));
   EXPECT_TRUE(inHardware("Ethernet2"));
   EXPECT_FALSE(inHardware("Ethernet3"));
   EXPECT_EQ(source("s2", "Ethernet3"), active());

@@ -1,0 +1,239 @@
+// Faults that random churn found, each as the state file and the change stream that showed it:
+// the state each ends in is one the rules allow, and restarting the agent over it changes
+// nothing.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "scenarios/MirroringScenario.h"
+
+using namespace hosttest;
+using namespace scenario;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+namespace {
+
+Json greKey(const std::string& src, const std::string& dst) { return {{"srcIpAddr", src}, {"dstIpAddr", dst}}; }
+
+std::string setAt(const std::string& path, const Json& value) {
+  return Json{{"op", "set"}, {"path", path}, {"value", value}}.dump();
+}
+std::string del(const std::string& path) { return Json{{"op", "del"}, {"path", path}}.dump(); }
+
+// The tunnels of a dump, each with the key it stands for, from both maps: they must agree.
+std::map<std::string, Json> tunnels(Json dump) {
+  std::map<std::string, Json> forward, reverse;
+  for (const auto& [intf, key] : dump[kStatus]["greTunnelKey"].items()) forward[intf] = key;
+  for (const auto& pair : dump[kStatus]["greTunnelKeyToIntfId"]) reverse[pair["value"]] = pair["key"];
+  EXPECT_EQ(forward, reverse) << "the two maps mirror each other";
+  return forward;
+}
+
+Json statusOf(Json dump, const std::string& session) { return dump[kStatus]["sessionStatus"][session]; }
+Json hwOf(Json dump, const std::string& session) { return dump[kHwConfig]["session"][session]; }
+
+struct Reproducer {
+  std::string name;
+  Json state;
+  std::vector<std::string> stream;
+  std::function<void(const Outcome&)> expect;
+};
+
+Json capability(int maxSessions) { return {{"maxSupportedSessions", maxSessions}}; }
+
+std::vector<Reproducer> reproducers() {
+  std::vector<Reproducer> cases;
+
+  // The new tunnel of a changed key comes back under the released name: it must still be
+  // counted, so that its last user takes it away.
+  cases.push_back({"a tunnel goes with its last user after the key changed",
+                   {{"mirroring/hwcapability", capability(4)}},
+                   {setAt("mirroring/config/session/s",
+                          {{"targetIntf", {"Gre0"}}, {"greTunnelKey", greKey("10.0.0.2", "198.51.100.1")}}),
+                    setAt("mirroring/config/session/s/greTunnelKey", greKey("10.0.0.2", "2001:db8::1")), kDump,
+                    del("mirroring/config/session/s")},
+                   [](const Outcome& o) {
+                     auto changed = tunnels(o.dumps.at(0));
+                     ASSERT_EQ(changed.size(), 1u);
+                     EXPECT_EQ(changed.begin()->second["dstIpAddr"], "2001:db8::1");
+                     EXPECT_THAT(tunnels(o.last()), IsEmpty());
+                   }});
+
+  // An earlier run left Gre1 for b's key; a, first in name order, has a new key.
+  Json leftover = {{"mirroring/hwcapability", capability(4)}};
+  leftover["mirroring/config"]["session"]["a"] = {{"targetIntf", {"Gre0"}},
+                                                  {"greTunnelKey", greKey("10.0.0.1", "192.0.2.20")}};
+  leftover["mirroring/config"]["session"]["b"] = {{"targetIntf", {"Gre0"}},
+                                                  {"greTunnelKey", greKey("10.0.0.1", "192.0.2.10")}};
+  leftover["mirroring/status"] = Json::parse(R"({
+      "greTunnelKey": {"Gre1": {"srcIpAddr": "10.0.0.1", "dstIpAddr": "192.0.2.10"}},
+      "greTunnelKeyToIntfId": [{"key": {"srcIpAddr": "10.0.0.1", "dstIpAddr": "192.0.2.10"}, "value": "Gre1"}]})");
+  cases.push_back({"a tunnel an earlier run left keeps its key and is never given to another", leftover, {},
+                   [](const Outcome& o) {
+                     auto t = tunnels(o.last());
+                     ASSERT_EQ(t.size(), 2u);
+                     EXPECT_EQ(t["Gre1"]["dstIpAddr"], "192.0.2.10");
+                     EXPECT_EQ(t["Gre2"]["dstIpAddr"], "192.0.2.20");
+                     EXPECT_EQ(hwOf(o.last(), "b")["targetIntf"], Json::array({"Gre1"}));
+                     EXPECT_EQ(hwOf(o.last(), "a")["targetIntf"], Json::array({"Gre2"}));
+                   }});
+
+  // A tunnel's status written or withdrawn while its key is resolved takes the hardware copy
+  // with it, in the session and in its forwarding-drop companion.
+  const Json key = greKey("10.0.0.1", "198.51.100.1");
+  cases.push_back({"a tunnel's status and the hardware copy move together",
+                   {{"mirroring/hwcapability", capability(5)}},
+                   {setAt("mirroring/config/session/a", {{"srcIntf", {{"Ethernet14", {{"direction", "tx"}}}}},
+                                                         {"targetIntf", Json::array()},
+                                                         {"greTunnelKey", key},
+                                                         {"dropGreTunnelKey", key}}),
+                    kDump,
+                    setAt("mirroring/config/session/a",
+                          {{"srcIntf", {{"Ethernet11", {{"direction", "rx"}}}}}, {"targetIntf", Json::array()}})},
+                   [](const Outcome& o) {
+                     const Json first = o.dumps.at(0);
+                     for (const char* s : {"a", "__fwdingDrop_a"}) {
+                       EXPECT_EQ(statusOf(first, s)["targetOperStatus"]["Gre1"], kActive) << s;
+                       EXPECT_EQ(hwOf(first, s)["targetIntf"], Json::array({"Gre1"})) << s;
+                     }
+                     EXPECT_EQ(o.last()[kHwConfig]["session"], Json::object());
+                     EXPECT_THAT(keys(o.last()[kStatus]["sessionStatus"]), ElementsAre("a"));
+                     EXPECT_THAT(tunnels(o.last()), IsEmpty());
+                   }});
+
+  // One destination per session: the one refused for that takes over when the active one goes.
+  Json oneDest = switchState(4);
+  oneDest["mirroring/config"]["session"]["s"] = session({{"Ethernet1", "rx"}}, {"Ethernet2", "Ethernet3"});
+  for (const auto& [how, line] :
+       {std::pair{"goes down", setHwActive("Ethernet2", false)},
+        std::pair{"is removed", del("mirroring/config/session/s/targetIntf/Ethernet2")}}) {
+    cases.push_back({std::string("a standby destination is promoted when the active one ") + how, oneDest,
+                     {kDump, line}, [](const Outcome& o) {
+                       EXPECT_EQ(statusOf(o.dumps.at(0), "s")["targetOperStatus"]["Ethernet3"],
+                                 inactive("Multiple ports are not supported"));
+                       EXPECT_EQ(statusOf(o.last(), "s")["targetOperStatus"]["Ethernet3"], kActive);
+                       EXPECT_EQ(hwOf(o.last(), "s")["targetIntf"], Json::array({"Ethernet3"}));
+                     }});
+  }
+
+  // The companion's room goes to the session that waited for it.
+  Json companion = switchState(2);
+  companion["mirroring/config"]["session"]["a"] = session({{"Ethernet1", "rx"}}, {"Cpu"});
+  companion["mirroring/config"]["session"]["a"]["dropGreTunnelKey"] = key;
+  companion["mirroring/config"]["session"]["b"] = session({{"Ethernet2", "rx"}}, {"Ethernet5"});
+  cases.push_back({"room freed by a companion goes to a waiting session", companion,
+                   {kDump, setAt("mirroring/config/session/a/dropGreTunnelKey", Json::object())},
+                   [](const Outcome& o) {
+                     EXPECT_THAT(keys(o.dumps.at(0)[kStatus]["sessionStatus"]), ElementsAre("__fwdingDrop_a", "a"));
+                     EXPECT_THAT(keys(o.last()[kStatus]["sessionStatus"]), ElementsAre("a", "b"));
+                     EXPECT_EQ(statusOf(o.last(), "b")["targetOperStatus"]["Ethernet5"], kActive);
+                   }});
+
+  // An active source elsewhere is no destination; with hardware that allows both on one
+  // interface, only a receive-only source leaves it free.
+  for (const auto& [sameIntf, direction, expected] :
+       {std::tuple{false, "both", inactive("Source Conflict")}, std::tuple{false, "rx", inactive("Source Conflict")},
+        std::tuple{true, "tx", inactive("Source Conflict")}, std::tuple{true, "rx", kActive}}) {
+    Json state = switchState(4);
+    state["mirroring/hwcapability"]["sameIntfSrcAndDestSupported"] = sameIntf;
+    state["mirroring/config"]["session"]["a"] = session({{"Ethernet3", direction}}, {"Ethernet5"});
+    cases.push_back({std::string("a destination that is an active ") + direction + " source elsewhere" +
+                         (sameIntf ? " with sameIntfSrcAndDestSupported" : ""),
+                     state,
+                     {addSession("s2", session({{"Ethernet1", "rx"}}, {"Ethernet3"}))},
+                     [expected = expected](const Outcome& o) {
+                       EXPECT_EQ(statusOf(o.last(), "a")["srcOperStatus"]["Ethernet3"], kActive);
+                       EXPECT_EQ(statusOf(o.last(), "s2")["targetOperStatus"]["Ethernet3"], expected);
+                     }});
+  }
+
+  // A Port-Channel configured as a source by a session refused for room still makes its members
+  // no source anywhere.
+  Json lagSource = switchState(1);
+  lagSource["lag/config"]["phyIntf"]["Ethernet10"] = {{"lag", "Port-Channel2"}};
+  lagSource["mirroring/config"]["session"]["s0"] = session({{"Ethernet10", "rx"}}, {"Ethernet5"});
+  lagSource["mirroring/config"]["session"]["s5"] = session({}, {"Ethernet6"});
+  cases.push_back({"a member of a Port-Channel that a waiting session mirrors is no source", lagSource,
+                   {kDump, setAt("mirroring/config/session/s5/srcIntf/Port-Channel2", {{"direction", "rx"}})},
+                   [](const Outcome& o) {
+                     EXPECT_EQ(statusOf(o.dumps.at(0), "s0")["srcOperStatus"]["Ethernet10"], kActive);
+                     EXPECT_FALSE(o.last()[kStatus]["sessionStatus"].contains("s5"));
+                     EXPECT_EQ(statusOf(o.last(), "s0")["srcOperStatus"]["Ethernet10"],
+                               inactive("Member of a source LAG"));
+                   }});
+
+  // A shared destination that joined a Port-Channel is kept only while another session vouches
+  // for it.
+  Json shared = switchState(4);
+  shared["mirroring/hwcapability"]["multiSessionForDestSupported"] = true;
+  shared["mirroring/config"]["session"]["s1"] = session({{"Ethernet1", "rx"}}, {"Ethernet5"});
+  shared["mirroring/config"]["session"]["s2"] = session({{"Ethernet2", "rx"}}, {"Ethernet5"});
+  cases.push_back({"a shared destination that joined a Port-Channel goes with its last other user", shared,
+                   {setAt("lag/config/phyIntf/Ethernet5", {{"lag", "Port-Channel2"}}), kDump, delSession("s2")},
+                   [](const Outcome& o) {
+                     EXPECT_EQ(statusOf(o.dumps.at(0), "s1")["targetOperStatus"]["Ethernet5"], kActive);
+                     EXPECT_EQ(statusOf(o.last(), "s1")["targetOperStatus"]["Ethernet5"],
+                               inactive("Interface Mode Conflict"));
+                     EXPECT_EQ(o.last()[kForwardingModel]["forwardingModelInput"], Json::object());
+                     EXPECT_FALSE(o.last()[kHwConfig]["session"].contains("s1"));
+                   }});
+
+  // Hardware session ids are 8 bits wide: a limit beyond them leaves the rest without room.
+  Json many = {{"mirroring/hwcapability", capability(257)}};
+  for (int i = 0; i < 257; ++i) {
+    char name[8];
+    std::snprintf(name, sizeof name, "s%03d", i);
+    many["mirroring/config"]["session"][name] = session({}, {});
+  }
+  cases.push_back({"sessions beyond the id space are refused like any other lack of room", many, {},
+                   [](const Outcome& o) {
+                     EXPECT_EQ(o.last()[kStatus]["sessionStatus"].size(), 256u);
+                     EXPECT_FALSE(o.last()[kStatus]["sessionStatus"].contains("s256"));
+                     ASSERT_EQ(o.syslog.size(), 1u);
+                     EXPECT_EQ(o.syslog[0]["key"], "MIRRORING_NOSESSIONGROUPS");
+                   }});
+
+  // What an earlier run, or a damaged store, left: an id the table does not have, and one id
+  // on two hardware sessions. The leftovers are stale: their ids are not reused.
+  Json damaged = switchState(4);
+  for (const auto& [name, id] : {std::pair{"x", 200}, std::pair{"y", 1}, std::pair{"z", 1}}) {
+    damaged["mirroring/config"]["session"][name] = session({{"Ethernet1", "rx"}}, {"Cpu"});
+    damaged["mirroring/hwconfig"]["session"][name] = {{"sessionId", id}, {"targetIntf", {"Cpu"}}};
+    damaged["mirroring/status"]["sessionStatus"][name] = Json::object();
+  }
+  damaged["mirroring/hwconfig"]["session"]["gone"] = {{"sessionId", 3}, {"targetIntf", {"Cpu"}}};
+  damaged["mirroring/hwcapability"]["multiSessionForSourceSupported"] = true;
+  damaged["mirroring/hwcapability"]["multiSessionForDestSupported"] = true;
+  cases.push_back({"damaged leftover hardware sessions are stale", damaged, {}, [](const Outcome& o) {
+                     std::set<int> ids;
+                     const Json hw = o.last()[kHwConfig]["session"];
+                     for (const auto& [name, session] : hw.items()) ids.insert(session["sessionId"].get<int>());
+                     EXPECT_EQ(ids.size(), 3u) << o.last()[kHwConfig]["session"].dump();
+                     EXPECT_FALSE(ids.count(200));
+                     EXPECT_EQ(hwOf(o.last(), "y")["sessionId"], 1) << "the first claim of an id keeps it";
+                     EXPECT_THAT(keys(o.last()[kHwConfig]["session"]), ElementsAre("x", "y", "z"));
+                   }});
+  return cases;
+}
+
+TEST_F(MirroringScenario, EachFaultChurnFoundEndsInAStateTheRulesAllowAndARestartKeeps) {
+  for (const auto& c : reproducers()) {
+    SCOPED_TRACE(c.name);
+    Outcome o = runScenario(c.state, c.stream);
+    try {
+      c.expect(o);
+    } catch (const std::exception& e) {
+      ADD_FAILURE() << e.what();
+    }
+    // The same stream, then a restart: the restart writes nothing and changes nothing.
+    std::vector<std::string> thenRestart = c.stream;
+    thenRestart.push_back(kRestart);
+    Outcome r = runScenario(c.state, thenRestart);
+    EXPECT_EQ(r.last(), o.last());
+    EXPECT_EQ(r.out.size(), o.out.size()) << "the restart wrote " << (r.out.size() > o.out.size() ? r.out.back() : Json());
+  }
+}
+
+}  // namespace

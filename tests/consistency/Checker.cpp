@@ -143,7 +143,7 @@ class StreamCheck {
   bool startRun(AgentRun& run) {
     std::string error;
     if (run.start(state_, error)) return true;
-    fail("stateLoads", error, "at start-up");
+    fail("startFails", error, "at start-up");
     return false;
   }
 

@@ -262,6 +262,44 @@ TEST(StateDiff, NamesThePathsThatDifferWithBothValues) {
   EXPECT_EQ(describe(ds[1]), "tapagg/hwconfig/mirroringRunnability: true -> false");
 }
 
+// Each documented restart exception tolerates its own difference and nothing next to it.
+TEST(StateDiff, RestartExceptionsTolerateOnlyWhatIsDocumented) {
+  struct ExceptionCase {
+    const char* what;
+    bool tolerated;
+    std::function<void(json&)> change;
+  };
+  const std::vector<ExceptionCase> exceptionCases = {
+      {"another reason for a refused source", true,
+       [](json& d) {
+         status(d, "s1")["srcOperStatus"]["Ethernet1"] = inactive("GRE supported in RX direction only");
+       }},
+      {"a refused source that became active", false,
+       [](json& d) { status(d, "s1")["srcOperStatus"]["Ethernet1"] = active(); }},
+      {"a device name renumbered", true, [](json& d) { status(d, "s2")["mirrorDeviceName"] = "mirror3"; }},
+      {"a device name the hardware gave", false, [](json& d) { status(d, "s2")["mirrorDeviceName"] = "mon0"; }},
+      {"an errdisable time rewritten", true,
+       [](json& d) { d["interface/errdisable/cause/tapagg"]["intfStatus"]["Ethernet5"] = 5.0; }},
+      {"an interface errdisabled anew", false,
+       [](json& d) { d["interface/errdisable/cause/tapagg"]["intfStatus"]["Ethernet3"] = 0.0; }},
+      {"a tool role a mode change to tap left behind, swept", true,
+       [](json& d) { d["tapagg/hwconfig"]["toolPort"].erase("Ethernet4"); }},
+      {"the port's own tap role, swept", false, [](json& d) { d["tapagg/hwconfig"]["tapPort"].erase("Ethernet4"); }},
+  };
+  json before = consistentDump();
+  status(before, "s1")["srcOperStatus"]["Ethernet1"] = inactive("Source Conflict");
+  status(before, "s2")["mirrorDeviceName"] = "mirror1";
+  before["interface/errdisable/cause/tapagg"]["intfStatus"]["Ethernet5"] = 0.0;
+  before["tapagg/hwconfig"]["toolPort"]["Ethernet4"] = "bridging/switchIntfConfig/switchIntfConfig/Ethernet4";
+  for (const ExceptionCase& c : exceptionCases) {
+    json after = before;
+    c.change(after);
+    const auto differences = diffStates(before, after);
+    ASSERT_FALSE(differences.empty()) << c.what;
+    EXPECT_EQ(untolerated(differences, before, after).empty(), c.tolerated) << c.what << ": " << describe(differences);
+  }
+}
+
 TEST(Generator, ASeedNamesOneStream) {
   const Stream a = generateStream(42, 60), b = generateStream(42, 60), c = generateStream(43, 60);
   EXPECT_EQ(a.state, b.state);

@@ -87,13 +87,14 @@ bool isInactive(const json* status) {
 bool refusalReason(const Difference& d, const json& before, const json& after) {
   if (d.path.rfind("mirroring/status/sessionStatus/", 0) != 0) return false;
   std::string entry = d.path;
-  if (entry.size() > 7 && entry.compare(entry.size() - 7, 7, "/reason") == 0) entry.resize(entry.size() - 7);
-  const std::size_t slash = entry.rfind('/', entry.rfind('/') - 1);
-  const std::string coll = entry.substr(slash + 1, entry.find('/', slash + 1) - slash - 1);
-  if (coll != "srcOperStatus" && coll != "targetOperStatus") return false;
-  const json* a = valueAt(before, entry);
-  const json* b = valueAt(after, entry);
-  return isInactive(a) && isInactive(b);
+  const std::string reason = "/reason";
+  if (entry.size() > reason.size() && entry.compare(entry.size() - reason.size(), reason.size(), reason) == 0) {
+    entry.resize(entry.size() - reason.size());
+  }
+  if (entry.find("/srcOperStatus/") == std::string::npos && entry.find("/targetOperStatus/") == std::string::npos) {
+    return false;
+  }
+  return isInactive(valueAt(before, entry)) && isInactive(valueAt(after, entry));
 }
 
 // A mode change from tap-and-tool (or tool) to tap keeps the port's tool role, and the reverse

@@ -175,7 +175,8 @@ int checkMain(int argc, char** argv) {
       "across restarts and for restart equivalence; failures are minimised into reproducers.");
   app.footer("Invariants:" + invariantList +
              "\nAlso: goodLineAccepted, badLineRefused, badLineChangesNothing, "
-             "restartIdempotent, restartEquivalence, agentAbort, agentCrash, sanitizer, timeout.");
+             "restartIdempotent, restartEquivalence, startFails, restartFails, agentAbort, agentCrash, sanitizer, "
+             "timeout.");
   auto* seeds = app.add_option("--seeds", s.seeds, "a bounded run over the seeds A-B (default 1-20)");
   auto* seconds =
       app.add_option("--seconds", s.seconds, "an unbounded run: streams from --seed on until N seconds pass")

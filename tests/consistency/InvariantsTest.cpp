@@ -4,7 +4,6 @@
 
 #include <functional>
 
-#include "consistency/Generator.h"
 #include "consistency/Invariants.h"
 #include "consistency/StateDiff.h"
 
@@ -271,9 +270,7 @@ TEST(StateDiff, RestartExceptionsTolerateOnlyWhatIsDocumented) {
   };
   const std::vector<ExceptionCase> exceptionCases = {
       {"another reason for a refused source", true,
-       [](json& d) {
-         status(d, "s1")["srcOperStatus"]["Ethernet1"] = inactive("GRE supported in RX direction only");
-       }},
+       [](json& d) { status(d, "s1")["srcOperStatus"]["Ethernet1"] = inactive("GRE supported in RX direction only"); }},
       {"a refused source that became active", false,
        [](json& d) { status(d, "s1")["srcOperStatus"]["Ethernet1"] = active(); }},
       {"a device name renumbered", true, [](json& d) { status(d, "s2")["mirrorDeviceName"] = "mirror3"; }},
@@ -297,21 +294,6 @@ TEST(StateDiff, RestartExceptionsTolerateOnlyWhatIsDocumented) {
     const auto differences = diffStates(before, after);
     ASSERT_FALSE(differences.empty()) << c.what;
     EXPECT_EQ(untolerated(differences, before, after).empty(), c.tolerated) << c.what << ": " << describe(differences);
-  }
-}
-
-TEST(Generator, ASeedNamesOneStream) {
-  const Stream a = generateStream(42, 60), b = generateStream(42, 60), c = generateStream(43, 60);
-  EXPECT_EQ(a.state, b.state);
-  EXPECT_EQ(changesText(a), changesText(b));
-  EXPECT_NE(changesText(a), changesText(c));
-  EXPECT_EQ(a.lines.size(), 60u);
-  // The marks survive the trip through a reproducer's change stream.
-  const auto back = parseChanges(changesText(a));
-  ASSERT_EQ(back.size(), a.lines.size());
-  for (std::size_t i = 0; i < back.size(); ++i) {
-    EXPECT_EQ(back[i].text, a.lines[i].text);
-    EXPECT_EQ(back[i].mark, a.lines[i].mark);
   }
 }
 

@@ -204,13 +204,9 @@ void ConfigSm::sweep() {
         if (s.isActive()) released.emplace_back(name, intf, true);
       }
     }
+    // The id an earlier run gave the session is free again.
+    if (const int id = claimedId(name); id >= 0) globalSessionId_[uint8_t(id)].clear();
     mirroringStatus_->sessionStatusDel(name);
-    if (auto hw = mirroringHwConfig_->session.get(name)) {
-      // The id an earlier run gave the session is free again.
-      auto id = uint8_t(hw->sessionId());
-      auto it = globalSessionId_.find(id);
-      if (it != globalSessionId_.end() && it->second == name) it->second.clear();
-    }
     mirroringHwConfig_->sessionDel(name);
     staleSessionSm_.erase(name);
   }
@@ -275,14 +271,38 @@ bool ConfigSm::roomForSession(const std::string& name) const {
   if (sessionSm_.size() >= limit) return false;
   if (!mirroringStatus_->sessionStatus.contains(name) && mirroringStatus_->sessionStatus.size() >= limit) return false;
   // And an id: its own from an earlier run, or a free one.
-  if (auto hw = mirroringHwConfig_->session.get(name)) {
-    auto it = globalSessionId_.find(uint8_t(hw->sessionId()));
-    if (it != globalSessionId_.end() && it->second == name) return true;
-  }
+  if (claimedId(name) >= 0) return true;
   for (const auto& [id, owner] : globalSessionId_) {
     if (owner.empty()) return true;
   }
   return false;
+}
+
+// The id an earlier run gave a session, as its hardware copy or else its status carries it,
+// while the table keeps it for the session; else -1.
+int ConfigSm::claimedId(const std::string& name) const {
+  auto kept = [&](int32_t id) {
+    auto it = id < 0 || id > 255 ? globalSessionId_.end() : globalSessionId_.find(uint8_t(id));
+    return it != globalSessionId_.end() && it->second == name;
+  };
+  if (auto hw = mirroringHwConfig_->session.get(name); hw && kept(hw->sessionId())) return hw->sessionId();
+  if (auto status = mirroringStatus_->sessionStatus.get(name); status && kept(status->sessionId())) {
+    return status->sessionId();
+  }
+  return -1;
+}
+
+void ConfigSm::claimIds() {
+  // Hardware copies first: theirs is the id the hardware was programmed with.
+  auto claim = [&](const std::string& name, int32_t id) {
+    if (id < 0 || id > 255) return;
+    auto it = globalSessionId_.find(uint8_t(id));
+    if (it != globalSessionId_.end() && it->second.empty()) it->second = name;
+  };
+  for (const auto& [name, hw] : mirroringHwConfig_->session) claim(name, hw->sessionId());
+  for (const auto& [name, status] : mirroringStatus_->sessionStatus) {
+    if (!mirroringHwConfig_->session.contains(name)) claim(name, status->sessionId());
+  }
 }
 
 void ConfigSm::refuseForRoom(const std::string& name) {
@@ -377,16 +397,12 @@ void ConfigSm::sessionSmDel(const std::string& name) {
 
 uint8_t ConfigSm::allocGlobalSessionId(const std::string& name) {
   TRACE(1, *this, "::allocGlobalSessionId");
-  if (auto hw = mirroringHwConfig_->session.get(name)) {
-    // Reused only when the table kept it for this session: an id outside the table, or one
-    // that another leftover hardware copy claimed first, is stale.
-    auto id = uint8_t(hw->sessionId());
-    auto it = globalSessionId_.find(id);
-    if (it != globalSessionId_.end() && it->second == name) {
-      ++globalSessionIdCount_;
-      TRACE(1, *this, "::allocGlobalSessionId", " reuse id:", unsigned(id), " for session:", name);
-      return id;
-    }
+  // Reused only when the table kept it for this session: an id outside the table, or one
+  // that another leftover claimed first, is stale.
+  if (const int claimed = claimedId(name); claimed >= 0) {
+    ++globalSessionIdCount_;
+    TRACE(1, *this, "::allocGlobalSessionId", " reuse id:", claimed, " for session:", name);
+    return uint8_t(claimed);
   }
   for (auto& [id, owner] : globalSessionId_) {
     if (!owner.empty()) continue;
@@ -423,19 +439,17 @@ void ConfigSm::handleMaxSupportedSessions() {
       TRACE(1, "Deleting session ", sessionName);
       deleteSession(sessionName);
       MIRRORING_NOSESSIONGROUPS(sessionName, maxSessions);
+      // It stays configured, and takes the next room that is freed.
+      waiting_.insert(sessionName);
     }
     PLATFORM_ASSERT(globalSessionIdCount_ <= limit);
     return;
   }
   // One entry more than the limit admits; ids are 8 bits wide, so the table stops at 255.
   for (uint32_t id = 0; id <= std::min<uint32_t>(maxSessions, 255); ++id) globalSessionId_.try_emplace(uint8_t(id));
-  // Ids that hardware copies carry are kept for their sessions; an id outside the table, or
-  // one an earlier copy (in name order) holds already, is not.
-  for (const auto& [name, hw] : mirroringHwConfig_->session) {
-    auto it = globalSessionId_.find(uint8_t(hw->sessionId()));
-    if (hw->sessionId() < 0 || hw->sessionId() > 255 || it == globalSessionId_.end()) continue;
-    if (it->second.empty()) it->second = name;
-  }
+  // Ids that hardware copies and statuses carry are kept for their sessions; an id outside the
+  // table, or one an earlier claim (in name order) holds already, is not.
+  claimIds();
   handleSession();
 }
 

@@ -107,7 +107,11 @@ void MirroringForwardingModelSm::handleInitialized() {
   // Every activation takes its interface out of the stale set.
   std::vector<Ptr<SessionStatusReactor>> reactors;
   for (const auto& [name, reactor] : sessionStatus_) reactors.push_back(reactor);
+  // Meanwhile an inactive destination takes nothing away: a session walked later may hold the
+  // same interface, and the sweep removes what none does, so a shared entry is not flapped.
+  waking_ = true;
   for (const auto& reactor : reactors) reactor->handleInitialized();
+  waking_ = false;
   // Sweep.
   const std::vector<IntfId> stale(staleForwardingModelInput_.begin(), staleForwardingModelInput_.end());
   for (const IntfId& intf : stale) {
@@ -137,6 +141,7 @@ void MirroringForwardingModelSm::doSetForwardingModel(const std::string& intfNam
   Ptr<const ActiveIntfMirroringSessionList> list = activeIntfMirroringSessionList(intf);
   PLATFORM_ASSERT(list);
   if (!list->sessionList().empty()) return;  // another session keeps it a quiet destination
+  if (waking_) return;                          // the sweep decides
   TRACE(2, *this, "::doSetForwardingModel", " removing forwarding model for ", intf);
   forwardingModelInputDir_->forwardingModelInputDel(intf);
   activeIntfMirroringSessionListDel(intf);

@@ -150,6 +150,7 @@ class MirroringForwardingModelSm : public platform::RefCounted {
   std::map<platform::IntfId, platform::Ptr<ActiveIntfMirroringSessionList>> activeIntfMirroringSessionList_;
   std::set<platform::IntfId> staleForwardingModelInput_;
   bool initialized_ = false;
+  bool waking_ = false;  // the sessions found at start-up are being walked
   platform::Reactor statusReactor_;
 };
 

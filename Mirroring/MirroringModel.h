@@ -367,6 +367,10 @@ struct SessionStatus : platform::EntityOf<SessionStatus> {
   platform::Attr<OperStatus> truncateOperStatus{this};
   platform::Attr<std::string> mirrorDeviceName{this};
   platform::Attr<bool> multiDestActive{this};
+  // The session's hardware id (-1 before it has one): kept here as well as in the hardware
+  // copy, so that a session without a copy keeps its id, and its device name, across a
+  // restart.
+  platform::Attr<int32_t> sessionId{this, -1};
 
   template <class D>
   void fields(D& d) {
@@ -376,6 +380,7 @@ struct SessionStatus : platform::EntityOf<SessionStatus> {
     d("truncateOperStatus", truncateOperStatus);
     d("mirrorDeviceName", mirrorDeviceName);
     d("multiDestActive", multiDestActive);
+    d("sessionId", sessionId);
   }
 };
 

@@ -251,6 +251,8 @@ class SessionSm : public platform::RefCounted {
   // What this session publishes for a tunnel interface: the status of the tunnel its key
   // resolves to, or of one it names as a target; nothing for any other.
   OperStatus tunnelStatus(const platform::IntfId& tunnel) const;
+  // What the rules decide for a destination of this session (or a tunnel it resolves to).
+  OperStatus destStatus(const std::string& name) const;
   void writeTunnelStatus(const platform::IntfId& tunnel);
   const HwCapability* capability() const;
   // Brings the sources' statuses in line with the one-IPv6-ACL rule; true when it wrote one
@@ -326,6 +328,10 @@ class ConfigSm : public platform::RefCounted {
   void staleSessionSmDel(const std::string& name) { staleSessionSm_.erase(name); }
   // Whether a session of this name has (or may take) a status within the hardware's limit.
   bool roomForSession(const std::string& name) const;
+  // The id an earlier run gave the session, while the table keeps it for it; else -1.
+  int claimedId(const std::string& name) const;
+  // Keeps the ids that hardware copies, then statuses, carry for their sessions.
+  void claimIds();
   // A session or companion found no room: it says so, and waits for room to be freed.
   void refuseForRoom(const std::string& name);
   void admitWaitingCompanions();

@@ -96,7 +96,8 @@ OperStatus portDestOperStatus(const ConfigSm& configSm, const Ptr<const Session>
       return OperStatus::inactive(reason::sourceConflict);
     }
     if (otherSessionSourcesNonRx(configSm, thisSession, dest)) return OperStatus::inactive(reason::sourceConflict);
-    return OperStatus::active();
+    // Only received traffic is mirrored from it elsewhere: no conflict, and the destination is
+    // judged like any other.
   }
   if (alreadyActiveDest(configSm, session, dest)) {
     // A destination shared with another session skips the link and LAG check: the session
@@ -116,7 +117,9 @@ OperStatus applyMultiplePortsRule(const ConfigSm& configSm, const Ptr<const Sess
   if (!session || session->targetIntf.size() < 2) return result;
   Ptr<SessionSm> sm = configSm.sessionSm(session->name());
   if (!sm) return result;
-  std::size_t count = sm->activeDest().size();
+  // Tunnels are not ports: only active port destinations hold the session's one port.
+  std::size_t count = 0;
+  for (const auto& active : sm->activeDest()) count += platform::IntfId(active).isGreTunnel() ? 0 : 1;
   Ptr<const SessionStatus> published = sm->sessionStatus();
   bool prevActive = published && isActiveIn(published->targetOperStatus, dest);
   if ((prevActive && count >= 2) || (!prevActive && count == 1)) {
@@ -232,9 +235,9 @@ OperStatus getSrcOperStatus(const ConfigSm& configSm, const Ptr<const Session>& 
       return OperStatus::inactive(reason::destinationConflict);
     }
     // Received traffic can be mirrored from a port that is also another session's
-    // destination; what it transmits is the mirrored traffic itself.
-    if (entry && entry->direction() == Direction::rx) return OperStatus::active();
-    return OperStatus::inactive(reason::destinationConflict);
+    // destination; what it transmits is the mirrored traffic itself. The source is then judged
+    // like any other.
+    if (!entry || entry->direction() != Direction::rx) return OperStatus::inactive(reason::destinationConflict);
   }
 
   if (!intfStatusCheck(configSm, src)) return OperStatus::inactive(reason::interfaceModeConflict);
@@ -300,6 +303,8 @@ void reviewDestIntfs(ConfigSm& configSm, const platform::IntfId& intf) {
     Ptr<SessionSm> sm = configSm.sessionSm(name);
     if (!session || !sm || !session->targetIntf.contains(intf.name())) continue;
     sm->handleDest(intf.name());
+    // The companion holds copies of its parent's destinations.
+    if (Ptr<SessionSm> companion = configSm.sessionSm(fwdingDropSessionName(name))) companion->handleDest(intf.name());
   }
 }
 

@@ -70,6 +70,7 @@ void SessionSm::handleInitialized() {
   TRACE(1, *this, "::handleInitialized");
   initialized_ = true;
   sessionId_ = configSm_->allocGlobalSessionId(name_);
+  sessionStatus_->sessionId.set(sessionId_);
   char device[32];
   std::snprintf(device, sizeof device, "mirror%d", int(sessionId_));
   std::string deviceName = device;
@@ -148,6 +149,7 @@ void SessionSm::handleSource() {
 
 void SessionSm::handleSource(const std::string& name) {
   PLATFORM_ASSERT(initialized());
+  if (dying_) return;  // a session going away decides nothing more
   TRACE(1, *this, "::handleSource", "( ", name, " )");
   OperStatus status;
   if (auto src = session_->srcIntf.get(name)) {
@@ -211,6 +213,7 @@ bool SessionSm::reviewIpv6AclSources() {
 }
 
 void SessionSm::doUpdateSrcStatus(const std::string& name, const OperStatus& requested) {
+  if (dying_) return;
   const OperStatus status = srcStatusFor(name, requested);
   TRACE(2, *this, " source ", name, " status ", status);
   const bool wasActive = sessionStatus_->srcOperStatus.get(name).isActive();
@@ -244,11 +247,11 @@ void SessionSm::handleDest() {
 
 void SessionSm::handleDest(const std::string& name) {
   PLATFORM_ASSERT(initialized());
+  if (dying_) return;  // a session going away decides nothing more
   TRACE(1, *this, "::handleDest", "( ", name, " )");
   const bool wasActive = sessionStatus_->targetOperStatus.get(name).isActive();
   const bool configured = session_->targetIntf.contains(name);
-  // A tunnel this session resolves its key to keeps its status while no longer named.
-  OperStatus status = configured ? getDestOperStatus(*configSm_, session_, name) : tunnelStatus(platform::IntfId(name));
+  const OperStatus status = destStatus(name);
   doUpdateDestStatus(name, status);
   const platform::IntfId intf(name);
   if (name == kCpuIntfName || intf.isLoopback()) return;
@@ -288,6 +291,7 @@ void SessionSm::writeDestStatus(const std::string& name, const OperStatus& statu
 }
 
 void SessionSm::doUpdateDestStatus(const std::string& name, const OperStatus& status) {
+  if (dying_) return;
   const bool wasActive = sessionStatus_->targetOperStatus.get(name).isActive();
   writeDestStatus(name, status);
   doMaybeUpdateHwConfig();
@@ -303,7 +307,7 @@ void SessionSm::redecideRefusedDests(const std::string& changed) {
   for (const auto& dest : session_->targetIntf.keys()) {
     const OperStatus published = sessionStatus_->targetOperStatus.get(dest);
     if (dest == changed || published.state != OperState::inactive) continue;
-    if (getDestOperStatus(*configSm_, session_, dest) == published) continue;
+    if (destStatus(dest) == published) continue;
     TRACE(4, (changed == kCpuIntfName ? "CPU " : ""), "Deciding again on ", dest, " after ", changed);
     handleDest(dest);
   }
@@ -312,7 +316,19 @@ void SessionSm::redecideRefusedDests(const std::string& changed) {
 void SessionSm::reviewDest(const std::string& name) {
   PLATFORM_ASSERT(initialized());
   if (!session_->targetIntf.contains(name)) return;
-  if (getDestOperStatus(*configSm_, session_, name) != sessionStatus_->targetOperStatus.get(name)) handleDest(name);
+  if (destStatus(name) != sessionStatus_->targetOperStatus.get(name)) handleDest(name);
+}
+
+OperStatus SessionSm::destStatus(const std::string& name) const {
+  const platform::IntfId intf(name);
+  // A tunnel this session resolves its key to keeps its status while no longer named.
+  if (!session_->targetIntf.contains(name)) return tunnelStatus(intf);
+  // A named tunnel stands for the one the session's key resolves to: without a key that has a
+  // destination address there is nothing to decide on yet.
+  if (intf.isGreTunnel() && !session_->greTunnelKey().hasUsableDestination() && intf != resolvedGreIntf()) {
+    return OperStatus();
+  }
+  return getDestOperStatus(*configSm_, session_, name);
 }
 
 void SessionSm::handleActiveDest() {
@@ -348,8 +364,9 @@ std::string SessionSm::resolveGreTargetIntf(const std::string&) const { return r
 
 OperStatus SessionSm::tunnelStatus(const platform::IntfId& tunnel) const {
   if (tunnel.empty()) return OperStatus();
-  if (session_->targetIntf.contains(tunnel.name())) return getDestOperStatus(*configSm_, session_, tunnel.name());
-  if (tunnel != resolvedGreIntf()) return OperStatus();
+  if (tunnel != resolvedGreIntf()) {
+    return session_->targetIntf.contains(tunnel.name()) ? destStatus(tunnel.name()) : OperStatus();
+  }
   const GreTunnelKey& key = forwardingDrop_ ? session_->dropGreTunnelKey() : session_->greTunnelKey();
   return greDestOperStatus(*configSm_, key.vrf);
 }
@@ -371,6 +388,8 @@ void SessionSm::handleGreTunnelKey() {
   prevGreIntfId_ = intf;
   updateHwConfigTargetIntf(intf, false);
   handleDest();
+  // The hardware copy carries the key itself.
+  doMaybeUpdateHwConfig();
 }
 
 void SessionSm::handleDropGreTunnelKey() {
@@ -387,6 +406,7 @@ void SessionSm::handleDropGreTunnelKey() {
     return;
   }
   prevDropGreIntfId_ = handleGreTunnelKeyToIntfId(prevDropGreIntfId_, session_->dropGreTunnelKey());
+  doMaybeUpdateHwConfig();  // the hardware copy carries the drop key too
   const std::string companion = fwdingDropSessionName(name_);
   if (session_->dropGreTunnelKey().hasUsableDestination()) {
     if (!configSm_->sessionSm(companion)) {

@@ -62,7 +62,7 @@ class DirEntries final : public FieldBase, public CollectionField {
 
 class Dir : public EntityOf<Dir> {
  public:
-  static constexpr const char* typeName = "Tac::Dir";
+  static constexpr const char* typeName = "Platform::Dir";
   Dir() = default;
   explicit Dir(const std::string&) {}
 

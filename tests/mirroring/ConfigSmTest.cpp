@@ -67,6 +67,9 @@ TEST_F(SessionLifecycle, RefusedSessionsWaitForRoomAndIdsGoLowestFirst) {
   EXPECT_TRUE(status->sessionStatus.contains("c"));
   EXPECT_FALSE(status->sessionStatus.contains("b"));
   EXPECT_EQ(syslog->records().size(), 1u);
+  // The session squeezed out waits for room like any refused one.
+  deleteSession("c");
+  EXPECT_TRUE(status->sessionStatus.contains("b"));
 }
 
 TEST_F(SessionLifecycle, NoSessionsAndNoSyslogWithoutHardwareSessions) {

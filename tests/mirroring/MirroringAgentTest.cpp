@@ -30,7 +30,7 @@ const std::vector<ExpectedMount> kMounts = {
     {"tapagg/cliconfig", "TapAgg::CliConfig", "r"},
     {"tapagg/hwstatus", "TapAgg::HwStatus", "r"},
     {"tapagg/hwconfig", "TapAgg::HwConfig", "w"},
-    {"hardware/fcx/slice/status", "Tac::Dir", "r"},
+    {"hardware/fcx/slice/status", "Platform::Dir", "r"},
     {"bridging/switchIntfConfig", "Bridging::SwitchIntfConfigDir", "r"},
     {"bridging/config", "Bridging::Config", "r"},
     {"tapagg/status", "TapAgg::Status", "w"},
@@ -39,8 +39,8 @@ const std::vector<ExpectedMount> kMounts = {
     {"interface/input/forwardingmodel/lag", "Interface::IntfForwardingModelInputDir", "r"},
     {"interface/config/eth/lag", "Interface::EthLagIntfConfigDir", "r"},
     {"lag/config", "Lag::Config", "r"},
-    {"lag/input/config", "Tac::Dir", "ri"},
-    {"acl/config/input", "Tac::Dir", "ri"},
+    {"lag/input/config", "Platform::Dir", "ri"},
+    {"acl/config/input", "Platform::Dir", "ri"},
     {"acl/config/cli", "Acl::Input::Config", "r"},
     {"stp/portMode/tapagg", "EthIntf::PortModeConfig", "wc"},
     {"ip/vrf/status/global", "Ip::AllVrfStatusGlobal", "r"},
@@ -106,7 +106,7 @@ TEST_F(MirroringAgentTest, FactoriesHandOverOneReferenceAndRegisterTheTypes) {
   EXPECT_EQ(a->name(), "Mirroring");
   EXPECT_NE(dynamic_cast<MA::Agent*>(a.get()), nullptr);
   for (const char* type : {"Mirroring::Config", "Mirroring::Status", "TapAgg::CliConfig", "TapAgg::Status",
-                           "Tac::Dir", "Errdisable::CauseStatus", "Stage::AgentStatus"}) {
+                           "Platform::Dir", "Errdisable::CauseStatus", "Stage::AgentStatus"}) {
     EXPECT_NE(platform::TypeRegistry::find(type), nullptr) << type;
   }
 

@@ -236,7 +236,7 @@ TEST(OperStatusTest, SourceRules) {
          w.source("b", "Ethernet1", Direction::rx);
        },
        kActive},
-      {"the shared rx source is decided before the link",
+      {"a shared rx source still needs its link",
        [&](World& w) {
          sameIntf(w);
          w.gone("Ethernet1");
@@ -244,7 +244,7 @@ TEST(OperStatusTest, SourceRules) {
          w.publishDest("a", "Ethernet1", kActive);
          w.source("b", "Ethernet1", Direction::rx);
        },
-       kActive},
+       inactive("Interface Mode Conflict")},
       {"tx source on another session's destination, where the hardware allows rx",
        [&](World& w) {
          sameIntf(w);
@@ -405,6 +405,25 @@ TEST(OperStatusTest, DestinationRules) {
          w.target("b", "Ethernet1");
        },
        kActive},
+      {"an rx source elsewhere lifts no destination conflict",
+       [&](World& w) {
+         sameIntf(w);
+         w.source("a", "Ethernet1", Direction::rx);
+         w.publishSrc("a", "Ethernet1", kActive);
+         w.target("c", "Ethernet1");
+         w.publishDest("c", "Ethernet1", kActive);
+         w.target("b", "Ethernet1");
+       },
+       inactive("Destination Conflict")},
+      {"an rx source elsewhere lifts no LAG check",
+       [&](World& w) {
+         sameIntf(w);
+         w.member("Ethernet1", "Port-Channel1");
+         w.source("a", "Ethernet1", Direction::rx);
+         w.publishSrc("a", "Ethernet1", kActive);
+         w.target("b", "Ethernet1");
+       },
+       inactive("Interface Mode Conflict")},
       {"the other session mirrors both directions, where the hardware allows rx",
        [&](World& w) {
          sameIntf(w);

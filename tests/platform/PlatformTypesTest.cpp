@@ -97,7 +97,7 @@ const RoundTripCase kRoundTripCases[] = {
                                                   "remark": "web only"}}}}})"},
     {"acl/config/cli", "Acl::Input::Config",
      R"({"config": {"aclTypeIp": {"acl": {"a": {"rule": {"5": "permit ip any any"}, "remark": "r"}}}}})"},
-    {"acl/config/input", "Tac::Dir",
+    {"acl/config/input", "Platform::Dir",
      R"({"entry": {"agentA": {"@type": "Acl::Input::Config",
                               "config": {"aclTypeMac": {"acl": {"m": {"rule": {"1": "permit any any"},
                                                                        "remark": ""}}}}}}})"},
@@ -115,7 +115,7 @@ const RoundTripCase kRoundTripCases[] = {
     {"interface/config/eth/portMode", "EthIntf::PortModeConfig",
      R"({"portMode": {"Ethernet1": "portModeTapAgg", "Ethernet2": "portModeNone"}})"},
     {"hardware/fcx/slice/status/one", "Hardware::SliceStatus", R"({"ready": true, "linecard": 3})"},
-    {"hardware/fcx/slice/status", "Tac::Dir",
+    {"hardware/fcx/slice/status", "Platform::Dir",
      R"({"entry": {"FixedSystem": {"@type": "Hardware::SliceStatus", "ready": true, "linecard": 1}}})"},
 };
 

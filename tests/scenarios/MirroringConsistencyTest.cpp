@@ -20,6 +20,7 @@ Json greKey(const std::string& src, const std::string& dst) { return {{"srcIpAdd
 std::string setAt(const std::string& path, const Json& value) {
   return Json{{"op", "set"}, {"path", path}, {"value", value}}.dump();
 }
+std::string setMember(const std::string& path) { return Json{{"op", "set"}, {"path", path}}.dump(); }
 std::string del(const std::string& path) { return Json{{"op", "del"}, {"path", path}}.dump(); }
 
 // The tunnels of a dump, each with the key it stands for, from both maps: they must agree.
@@ -214,6 +215,105 @@ std::vector<Reproducer> reproducers() {
                      EXPECT_FALSE(ids.count(200));
                      EXPECT_EQ(hwOf(o.last(), "y")["sessionId"], 1) << "the first claim of an id keeps it";
                      EXPECT_THAT(keys(o.last()[kHwConfig]["session"]), ElementsAre("x", "y", "z"));
+                   }});
+  // The session a smaller limit squeezes out lets go of what it held, also a Port-Channel
+  // member whose sessions are reviewed on its way out.
+  Json squeezed = switchState(2);
+  squeezed["lag/config"]["phyIntf"]["Ethernet1"] = {{"lag", "Port-Channel1"}};
+  cases.push_back({"a session squeezed out by a smaller limit lets go of its interfaces", squeezed,
+                   {addSession("b", session({}, {"Ethernet6"})),
+                    addSession("a", session({{"Ethernet1", "both"}}, {"Ethernet5"})),
+                    setAt("mirroring/config/session/b/srcIntf/Ethernet1", {{"direction", "rx"}}), kDump,
+                    setAt("mirroring/hwcapability/maxSupportedSessions", 1)},
+                   [](const Outcome& o) {
+                     EXPECT_EQ(statusOf(o.dumps.at(0), "b")["srcOperStatus"]["Ethernet1"], inactive("Source Conflict"));
+                     EXPECT_THAT(keys(o.last()[kStatus]["sessionStatus"]), ElementsAre("b"));
+                     EXPECT_EQ(statusOf(o.last(), "b")["srcOperStatus"]["Ethernet1"], kActive);
+                   }});
+
+  // A tunnel target without a key to resolve has nothing to be decided on: no status, no copy.
+  // Then a drop key without a destination address reaches the copy like any key change.
+  cases.push_back({"a tunnel target waits for its key", {{"mirroring/hwcapability", capability(4)}},
+                   {addSession("s", session({}, {"Gre0"})), kDump,
+                    setAt("mirroring/config/session/s/greTunnelKey", key),
+                    setAt("mirroring/config/session/s/dropGreTunnelKey", {{"dstIpAddr", "0.0.0.0"}})},
+                   [](const Outcome& o) {
+                     EXPECT_EQ(statusOf(o.dumps.at(0), "s")["targetOperStatus"], Json::object());
+                     EXPECT_EQ(o.dumps.at(0)[kHwConfig]["session"], Json::object());
+                     EXPECT_EQ(statusOf(o.last(), "s")["targetOperStatus"]["Gre0"], kActive);
+                     EXPECT_EQ(hwOf(o.last(), "s")["dropGreTunnelKey"]["dstIpAddr"], "0.0.0.0");
+                   }});
+
+  // Tunnels are not ports: on one-destination hardware they neither hold the session's port
+  // nor let a second one in; and a restart finds the same.
+  Json tunnelAndPorts = switchState(4);
+  tunnelAndPorts["mirroring/config"]["session"]["s"] = session({}, {"Cpu", "Ethernet2"});
+  tunnelAndPorts["mirroring/config"]["session"]["s"]["greTunnelKey"] = key;
+  cases.push_back({"tunnels do not count against the one port", tunnelAndPorts,
+                   {setMember("mirroring/config/session/s/targetIntf/Gre0")}, [](const Outcome& o) {
+                     const Json targets = statusOf(o.last(), "s")["targetOperStatus"];
+                     EXPECT_EQ(targets["Cpu"], kActive);
+                     EXPECT_EQ(targets["Ethernet2"], inactive("Multiple ports are not supported"));
+                     EXPECT_EQ(targets["Gre0"], kActive);
+                   }});
+
+  // A shared destination seen by several sessions at start-up keeps its forwarding model: the
+  // walk of the sessions takes nothing away that a later one holds.
+  Json sharedGre = switchState(4);
+  sharedGre["mirroring/config"]["session"]["s1"] = greSession({}, "192.0.2.1", "blue");
+  sharedGre["mirroring/config"]["session"]["s2"] = greSession({}, "192.0.2.1", "default");
+  cases.push_back({"a restart does not flap a shared forwarding model", sharedGre, {}, [](const Outcome& o) {
+                     EXPECT_EQ(statusOf(o.last(), "s1")["targetOperStatus"]["Gre0"],
+                               inactive("VRF blue is not configured."));
+                     EXPECT_EQ(o.last()[kForwardingModel]["forwardingModelInput"]["Gre0"], kQuietDataLink);
+                   }});
+
+  // The forwarding-drop companion holds copies of its parent's destinations: they follow the
+  // interface as the parent's do.
+  Json companionCopies = switchState(4);
+  companionCopies["mirroring/hwcapability"]["multiSessionForDestSupported"] = true;
+  companionCopies["mirroring/config"]["session"]["s"] = session({}, {"Ethernet1"});
+  companionCopies["mirroring/config"]["session"]["s"]["dropGreTunnelKey"] = key;
+  cases.push_back({"a companion's copies of its parent's destinations follow the interface", companionCopies,
+                   {kDump, setAt("lag/config/phyIntf/Ethernet1", {{"lag", "Port-Channel2"}})}, [](const Outcome& o) {
+                     EXPECT_EQ(statusOf(o.dumps.at(0), "__fwdingDrop_s")["targetOperStatus"]["Ethernet1"], kActive);
+                     for (const char* s : {"s", "__fwdingDrop_s"}) {
+                       EXPECT_EQ(statusOf(o.last(), s)["targetOperStatus"]["Ethernet1"],
+                                 inactive("Interface Mode Conflict"))
+                           << s;
+                     }
+                     EXPECT_FALSE(o.last()[kForwardingModel]["forwardingModelInput"].contains("Ethernet1"));
+                   }});
+
+  // Where one interface may be a source and a destination, a receive-only source elsewhere
+  // lifts only that conflict: sharing a destination, and a Port-Channel member, are refused.
+  Json sameIntf = switchState(4);
+  sameIntf["mirroring/hwcapability"]["sameIntfSrcAndDestSupported"] = true;
+  sameIntf["lag/config"]["phyIntf"]["Ethernet2"] = {{"lag", "Port-Channel1"}};
+  sameIntf["mirroring/config"]["session"]["a"] = session({{"Ethernet1", "rx"}, {"Ethernet2", "rx"}}, {"Ethernet5"});
+  cases.push_back({"a receive-only source lifts only the source conflict", sameIntf,
+                   {addSession("b", session({}, {"Ethernet1"})), addSession("c", session({}, {"Ethernet1"})),
+                    addSession("d", session({}, {"Ethernet2"}))},
+                   [](const Outcome& o) {
+                     EXPECT_EQ(statusOf(o.last(), "b")["targetOperStatus"]["Ethernet1"], kActive);
+                     EXPECT_EQ(statusOf(o.last(), "c")["targetOperStatus"]["Ethernet1"],
+                               inactive("Destination Conflict"));
+                     EXPECT_EQ(statusOf(o.last(), "d")["targetOperStatus"]["Ethernet2"],
+                               inactive("Interface Mode Conflict"));
+                   }});
+
+  // A session with no active destination has no hardware copy, but an id all the same: a
+  // restart must not give it another one (nor another device name).
+  Json noCopy = switchState(4);
+  noCopy["mirroring/config"]["session"]["a"] = session({{"Ethernet1", "rx"}}, {"Ethernet5"});
+  noCopy["mirroring/config"]["session"]["b"] = session({{"Ethernet2", "rx"}}, {"Ethernet6"});
+  noCopy["mirroring/config"]["session"]["c"] = session({{"Ethernet3", "rx"}}, {"Ethernet7"});
+  noCopy["interface/status/eth/intf"]["intfStatus"]["Ethernet6"]["hwActive"] = false;
+  cases.push_back({"a session without a hardware copy keeps its id", noCopy, {delSession("a")},
+                   [](const Outcome& o) {
+                     EXPECT_FALSE(o.last()[kHwConfig]["session"].contains("b"));
+                     EXPECT_EQ(statusOf(o.last(), "b")["sessionId"], 1);
+                     EXPECT_EQ(statusOf(o.last(), "b")["mirrorDeviceName"], "mirror1");
                    }});
   return cases;
 }

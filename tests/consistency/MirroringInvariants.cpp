@@ -129,6 +129,19 @@ void hwSessionIds(const DumpView& d, Details& out) {
     }
     auto [it, fresh] = owner.emplace(id.get<int64_t>(), name);
     if (!fresh) out.push_back(kHw + it->second + " and " + kHw + name + " both have sessionId " + id.dump());
+    // A status that carries the session's id carries the one its hardware copy has.
+    const json& statusId = member(member(d.statuses(), name), "sessionId");
+    if (statusId.is_number_integer() && statusId.get<int64_t>() >= 0 && statusId != id) {
+      out.push_back(kHw + name + "/sessionId is " + id.dump() + " but " + kStatus + name + "/sessionId is " +
+                    statusId.dump());
+    }
+  }
+  std::map<int64_t, std::string> statusOwner;
+  for (const auto& [name, status] : d.statuses().items()) {
+    const json& id = member(status, "sessionId");
+    if (!id.is_number_integer() || id.get<int64_t>() < 0) continue;
+    auto [it, fresh] = statusOwner.emplace(id.get<int64_t>(), name);
+    if (!fresh) out.push_back(kStatus + it->second + " and " + kStatus + name + " both have sessionId " + id.dump());
   }
 }
 
@@ -355,7 +368,8 @@ const std::vector<Invariant>& mirroringInvariants() {
       {"hwTargetsActive",
        "every target of a hardware session is an active destination in its status (a tunnel: the one of its key)",
        hwTargetsActive},
-      {"hwSessionIds", "hardware session ids are distinct and between 0 and 255", hwSessionIds},
+      {"hwSessionIds", "session ids are distinct, hardware ones between 0 and 255 and the same as the status's",
+       hwSessionIds},
       {"statusesForConfiguredSessions",
        "statuses exist only for configured sessions and for companions of sessions with a usable drop key",
        statusesForConfiguredSessions},

@@ -135,25 +135,6 @@ bool tapAggLeftoverRole(const Difference& d, const json& before, const json&) {
   return inGroup == "tapPort" || inGroup == "toolPort" ? allLeftovers(json{{inGroup, *d.before}}) : false;
 }
 
-// A session without a hardware copy takes the lowest free id again at a restart, and its
-// device name "mirror<id>" follows (docs/mirroring.md, "Ids of sessions without a hardware
-// copy"); the id it is programmed with later follows from that. Distinct ids are an invariant
-// of their own.
-bool renumberedSession(const Difference& d, const json&, const json&) {
-  auto deviceName = [](const std::optional<json>& v) {
-    if (!v || !v->is_string()) return false;
-    const std::string s = v->get<std::string>();
-    return s.size() > 6 && s.rfind("mirror", 0) == 0 && s.find_first_not_of("0123456789", 6) == std::string::npos;
-  };
-  auto endsWith = [&d](const std::string& tail) {
-    return d.path.size() > tail.size() && d.path.compare(d.path.size() - tail.size(), tail.size(), tail) == 0;
-  };
-  if (d.path.rfind("mirroring/status/sessionStatus/", 0) == 0 && endsWith("/mirrorDeviceName")) {
-    return deviceName(d.before) && deviceName(d.after);
-  }
-  return d.path.rfind("mirroring/hwconfig/session/", 0) == 0 && endsWith("/sessionId") && d.before && d.after;
-}
-
 // An errdisable entry carries the clock time of the last judgement that found the conflict; a
 // restart judges again and rewrites it when the clock moved (docs/tapagg.md, "Restart").
 bool errdisableTime(const Difference& d, const json&, const json&) {
@@ -170,8 +151,6 @@ const std::vector<ExceptionFilter>& restartExceptions() {
       {"tapAggLeftoverRole", "docs/tapagg.md: the role a mode change leaves behind is swept by a restart",
        tapAggLeftoverRole},
       {"errdisableTime", "docs/tapagg.md: a restart rewrites errdisable times when the clock moved", errdisableTime},
-      {"renumberedSession", "docs/mirroring.md: a session without a hardware copy may take another id at a restart",
-       renumberedSession},
   };
   return list;
 }

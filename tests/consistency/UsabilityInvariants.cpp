@@ -98,8 +98,9 @@ void activeInterfaceUsable(const DumpView& d, Details& out) {
       if (!d.activeTarget(name, t)) continue;
       std::string fault;
       if (isGreName(t)) {
-        if (!greVrfUsable(d, session))
-          fault = "the VRF of its key does not exist: " + member(session, "greTunnelKey").dump();
+        const json& key = member(session, "greTunnelKey");
+        if (!DumpView::usableKey(key)) fault = "its key has no usable destination: " + key.dump();
+        if (!greVrfUsable(d, session)) fault = "the VRF of its key does not exist: " + key.dump();
       } else if (t == "Cpu") {
         if (!d.cap("cpuDestSupported")) fault = "cpuDestSupported is off";
       } else if (isLoopbackName(t)) {
@@ -118,7 +119,7 @@ void activeInterfaceUsable(const DumpView& d, Details& out) {
 
 // A destination that nothing keeps from being active.
 bool plainlyUsableTarget(const DumpView& d, const std::string& name, const json& session, const std::string& t) {
-  if (isGreName(t)) return greVrfUsable(d, session);
+  if (isGreName(t)) return DumpView::usableKey(member(session, "greTunnelKey")) && greVrfUsable(d, session);
   if (t == "Cpu") return d.cap("cpuDestSupported");
   if (isLoopbackName(t)) return d.cap("loopbackDestSupported");
   if (!isPortName(t)) return false;

@@ -30,7 +30,7 @@ class LineMaker {
 
   // `room`: how many lines the stream still takes; a planted block needs its restart inside.
   void next(int room) {
-    switch (rng_.weighted({10, 4, 5, 6, 3, 3, 5, 3, 5, 3, 4, 6, 3, 8, 5, 3, 3, 5, 4, 1, 2, 2, 4, 2, 3})) {
+    switch (rng_.weighted({10, 4, 5, 6, 3, 3, 5, 3, 5, 3, 4, 6, 3, 8, 5, 3, 3, 5, 4, 1, 2, 2, 4, 2, 3, 4})) {
       case 0:
         sessionSet();
         break;
@@ -103,8 +103,11 @@ class LineMaker {
       case 23:
         if (room >= 4) plantBlock();
         break;
-      default:
+      case 24:
         bad();
+        break;
+      default:
+        surroundings();
         break;
     }
   }
@@ -357,6 +360,67 @@ class LineMaker {
   void plantBlock() {
     for (int n = rng_.range(1, 3); n > 0; --n) good(m_.plantLine().dump());
     good(R"({"op":"restart"})");
+  }
+  // What sessions and ports read besides their own configuration: device names the hardware
+  // publishes, the default session configuration, ACL rules, timestamp modes, exemptions from
+  // errdisable.
+  void surroundings() {
+    switch (rng_.below(5)) {
+      case 0: {
+        const std::string session = rng_.pick(m_.sessionNames);
+        const std::string path = "mirroring/hwstatus/mirrorDeviceName/" + session;
+        json& names = m_.mount("mirroring/hwstatus")["mirrorDeviceName"];
+        if (names.is_object() && names.contains(session)) {
+          change("del", path);
+          names.erase(session);
+        } else {
+          json name = "mon" + std::to_string(rng_.below(4));
+          change("set", path, &name);
+          names[session] = name;
+        }
+        return;
+      }
+      case 1: {
+        std::string name;
+        json v = m_.option(name);
+        if (name != "grePayloadType" && name != "truncationSize" && name != "greTimestampingEnabled" &&
+            name != "greMetadata" && name != "portMirroringDisabled") {
+          name = "grePayloadType";
+          v = "payloadTypeInnerPacket";
+        }
+        return change("set", "mirroring/config/defaultSessionConfig/" + name, &v);
+      }
+      case 2: {
+        const bool v6 = rng_.chance(40);
+        json acl = {
+            {v6 ? "aclTypeIpv6" : "aclTypeIp",
+             {{"acl",
+               {{v6 ? (rng_.chance(50) ? "v6a" : "v6b") : "a1",
+                 {{"rule",
+                   {{std::to_string(10 * rng_.range(1, 4)), v6 ? "permit ipv6 any any" : "permit ip any any"}}}}}}}}}};
+        return change("merge", "acl/config/cli/config", &acl);
+      }
+      case 3: {
+        const std::string x = m_.existingKey(m_.intfStatus());
+        if (x.empty()) return interfaceStatus();
+        json v = {{"timestampMode", std::vector<std::string>{"timestampModeDisabled", "timestampModeBeforeFcs",
+                                                             "timestampModeHeader"}[rng_.below(3)]}};
+        return change("merge", "interface/status/eth/intf/intfStatus/" + x, &v);
+      }
+      default: {
+        const std::string x = m_.anyIntf();
+        json& exempt = m_.tapAgg()["noerrdisableIntf"];
+        const std::string path = "tapagg/cliconfig/noerrdisableIntf/" + x;
+        if (exempt.is_object() && exempt.contains(x)) {
+          change("del", path);
+          exempt.erase(x);
+        } else {
+          json on = true;
+          change("set", path, &on);
+          exempt[x] = on;
+        }
+      }
+    }
   }
   void bad();
 

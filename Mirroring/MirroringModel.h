@@ -198,14 +198,16 @@ struct SrcIntf : platform::EntityOf<SrcIntf> {
   }
 };
 
+// Sources and destinations are interface names kept as strings (the rules walk them in string
+// order); the codec reads them only as well-formed interface names.
 struct Session : platform::EntityOf<Session> {
   static constexpr const char* typeName = "Mirroring::Session";
   explicit Session(const std::string& sessionName) { name.set(sessionName); }
 
   platform::Attr<std::string> name{this};
-  platform::Coll<std::string, platform::Ptr<SrcIntf>> srcIntf{this};
-  platform::Set<std::string> targetIntf{this};
-  platform::Attr<std::string> destIntf{this};
+  platform::Coll<std::string, platform::Ptr<SrcIntf>, platform::IntfNameTraits> srcIntf{this};
+  platform::Set<std::string, platform::IntfNameTraits> targetIntf{this};
+  platform::Attr<std::string, platform::IntfNameTraits> destIntf{this};
   platform::Attr<int32_t> sessionId{this};
   platform::Attr<GreTunnelKey> greTunnelKey{this};
   platform::Attr<GreTunnelKey> dropGreTunnelKey{this};

@@ -184,6 +184,15 @@ bool ErrDisableSm::isTapAggLag(const platform::IntfId& intf) const {
 }
 
 void ErrDisableSm::errDisable(const platform::IntfId& intf) {
+  // Only an interface that exists is disabled: one whose status went loses its entry, and is
+  // judged again when its status comes back.
+  const bool exists = (ethIntfStatusDir_ && ethIntfStatusDir_->intfStatus.contains(intf)) ||
+                      (vlanIntfStatusDir_ && vlanIntfStatusDir_->intfStatus.contains(intf));
+  if (!exists) {
+    TRACE(8, "No status for ", intf, ": nothing to disable");
+    if (causeStatus_->intfStatus.contains(intf)) release(intf);
+    return;
+  }
   TRACE(8, "Adding intfStatus for ", intf);
   causeStatus_->intfStatusIs(intf, now());
 }
@@ -223,8 +232,13 @@ void ErrDisableSm::doUpdateErrDisableCauseStatus(const platform::IntfId& intf) {
 
 // --- handlers --------------------------------------------------------------------------------
 
+// Every interface is judged again under the new mode: those the start-up judges, also the ones
+// without an Ethernet status (a Port-Channel known only by its switchport record), so that a
+// mode change leaves what a start-up in that mode would.
 void ErrDisableSm::handleMode() {
   if (!initialized()) return;
+  switchIntfConfig_.forEach([](SwitchIntfReactor& r) { r.handleSwitchportMode(); });
+  phyIntf_.forEach([](PhyIntfReactor& r) { r.handleLag(); });
   handleEthIntfStatus();
   handleVlanIntfStatus();
 }
@@ -268,9 +282,11 @@ void ErrDisableSm::handleEthIntfStatus(const platform::IntfId& intf) {
   TRACE(8, " Intf ", intf, " is present - errdisable if required");
   if (vlanIntfStatusDir_ && vlanIntfStatusDir_->intfStatus.contains(intf)) {
     handleVlanIntfStatus(intf);
-  } else if (auto* reactor = switchIntfConfig_.find(intf)) {
-    reactor->handleSwitchportMode();
+    return;
   }
+  if (auto* reactor = switchIntfConfig_.find(intf)) reactor->handleSwitchportMode();
+  // A LAG member is judged by its LAG too: it may be disabled for it now that it exists.
+  if (auto* member = phyIntf_.find(intf)) member->handleLag();
 }
 
 void ErrDisableSm::handleEthIntfStatus() {

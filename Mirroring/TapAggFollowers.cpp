@@ -61,12 +61,17 @@ void EthIntfStatusSm::IntfStatusReactor::prepareToDie() {
   TRACE(8, __PRETTY_FUNCTION__, " ", intfId_);
   reactor_.detachAll();
   const auto& switchIntfConfigSm = sm_->parent()->switchIntfConfigSm();
-  if (initialized_ && switchIntfConfigSm) {
+  // Only a status that went leaves its port to clean up: when tap aggregation is turned off the
+  // switch-interface follower takes the ports down itself.
+  const bool gone = !sm_->statusPresent(intfId_);
+  if (initialized_ && gone && switchIntfConfigSm) {
     auto* reactor = switchIntfConfigSm->switchIntfConfig(intfId_);
     if (reactor && switchIntfConfigSm->switchIntfCliConfig(intfId_)) {
       TRACE(8, "Cleaning up");
-      const Bridging::SwitchportMode mode = reactor->config()->switchportMode();
-      if (isTapAggMode(mode)) switchIntfConfigSm->doCleanup(intfId_, mode);
+      // The port is judged again without its status ("Interface status not found,"), the
+      // state a start-up without it would publish; the roles its mode has are rebuilt, which
+      // is all the clean-up would take away.
+      if (isTapAggMode(reactor->config()->switchportMode())) reactor->handleSwitchportMode();
     }
   }
   initialized_ = false;
@@ -137,11 +142,16 @@ void MirroringSessionStatusSm::SessionStatusReactor::handleTargetOperStatus(cons
     TRACE(8, "is mirror destination- update status and hwConfig");
     const PortStatus portStatus = getPortStatus(*parent, intf);
     const auto& hwConfig = parent->hwConfig();
-    if (hwConfig->tapPort.contains(intf)) {
+    // A port already out of the hardware (a LAG member, say) has its status updated all the
+    // same, in every role its mode has.
+    const auto mode = switchIntfConfigSm->switchportMode(intf);
+    const bool tap = mode && isTapMode(*mode) && switchIntfConfigSm->switchIntfCliConfig(intf);
+    const bool tool = mode && isToolMode(*mode) && switchIntfConfigSm->switchIntfCliConfig(intf);
+    if (hwConfig->tapPort.contains(intf) || tap) {
       hwConfig->tapPortDel(intf);
       switchIntfConfigSm->doUpdatePortStatusForTap(portStatus, intf);
     }
-    if (hwConfig->toolPort.contains(intf)) {
+    if (hwConfig->toolPort.contains(intf) || tool) {
       hwConfig->toolPortDel(intf);
       switchIntfConfigSm->doUpdatePortStatusForTool(portStatus, intf);
     }

@@ -122,8 +122,8 @@ struct GroupStatus : platform::EntityOf<GroupStatus> {
   explicit GroupStatus(const std::string& groupName) { name.set(groupName); }
 
   platform::Attr<std::string> name{this};
-  platform::Coll<std::string, PortStatus> tapPort{this};
-  platform::Coll<std::string, PortStatus> toolPort{this};
+  platform::Coll<std::string, PortStatus, platform::IntfNameTraits> tapPort{this};  // by interface name
+  platform::Coll<std::string, PortStatus, platform::IntfNameTraits> toolPort{this};
 
   void tapPortIs(const std::string& intf, const PortStatus& s) { tapPort.set(intf, s); }
   void tapPortDel(const std::string& intf) { tapPort.del(intf); }

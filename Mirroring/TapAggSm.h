@@ -296,6 +296,9 @@ class EthIntfStatusSm : public platform::RefCounted {
 
   ConfigSm* parent() const { return parent_; }
   bool initialized() const { return initialized_; }
+  bool statusPresent(const platform::IntfId& intf) const {
+    return ethIntfStatusDir_ && ethIntfStatusDir_->intfStatus.contains(intf);
+  }
 
  private:
   Ptr<const Interface::EthIntfStatusDir> ethIntfStatusDir_;

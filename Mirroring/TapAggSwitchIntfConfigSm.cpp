@@ -125,7 +125,9 @@ void SwitchIntfConfigSm::SwitchIntfConfigReactor::doUpdatePortStatus() {
 void SwitchIntfConfigSm::SwitchIntfConfigReactor::prepareToDie() {
   reactor_.detachAll();
   if (initialized_) {
-    sm_->doCleanup(intfId_, config_->switchportMode());
+    // Without its switchport record the interface is no tap or tool port any more: both roles
+    // go, a role an earlier mode left behind included.
+    sm_->doCleanup(intfId_, Bridging::switchportModeTapTool);
     // Nothing keeps the port mode of an interface that is no longer followed.
     if (const auto& portModeConfig = sm_->parent()->portModeConfig()) portModeConfig->portModeDel(intfId_.name());
   }

@@ -13,6 +13,8 @@
 # BUILD_DIR (default build-rel) and RUNS (default 5) can be overridden; the generated files go
 # to $BUILD_DIR/scale/. Run it under `nice` on a shared machine: CPU time is what to compare.
 set -euo pipefail
+# --help prints the comment above as the usage, and does nothing else.
+if [ "${1:-}" = "--help" ] || [ "${1:-}" = "-h" ]; then sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"; exit 0; fi
 
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${BUILD_DIR:-$root/build-rel}

@@ -7,6 +7,8 @@
 # build-rel) the build directory; REPS (default 5) the repetitions. Each binary's results go
 # to $BUILD_DIR/<binary>.json.
 set -euo pipefail
+# --help prints the comment above as the usage, and does nothing else.
+if [ "${1:-}" = "--help" ] || [ "${1:-}" = "-h" ]; then sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"; exit 0; fi
 
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${BUILD_DIR:-$root/build-rel}

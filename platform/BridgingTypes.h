@@ -6,8 +6,8 @@
 // interfaces, and whether the interface is already taken as a tool interface.
 //
 // Switchport modes are written by enumerator name ("switchportModeTap"); numbers are accepted,
-// and a mode without a name (above switchportModeRouted) is kept and written as its number,
-// so that configuration from a newer writer survives a round trip.
+// and the enumeration is open: a mode without a name (above switchportModeRouted) is kept and
+// written as its number, so that configuration from a newer writer survives a round trip.
 //
 // Precondition a caller could get wrong: an entry's key (`intfId`) is fixed at construction.
 #pragma once
@@ -39,6 +39,7 @@ constexpr auto enumEntries(SwitchportMode) {
                     E{switchportModeTapTool, "switchportModeTapTool"},
                     E{switchportModeRouted, "switchportModeRouted"}};
 }
+constexpr bool enumIsOpen(SwitchportMode) { return true; }
 
 struct SwitchIntfConfig : platform::EntityOf<SwitchIntfConfig> {
   static constexpr const char* typeName = "Bridging::SwitchIntfConfig";

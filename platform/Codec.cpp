@@ -1,64 +1,10 @@
 #include "platform/Codec.h"
 
-#include <nlohmann/json.hpp>
+#include <algorithm>
 
 namespace platform {
 
-using Json = nlohmann::ordered_json;
-
 namespace {
-
-Value fromJson(const Json& j) {
-  switch (j.type()) {
-    case Json::value_t::null: return Value();
-    case Json::value_t::boolean: return Value(j.get<bool>());
-    case Json::value_t::number_integer: return Value(j.get<int64_t>());
-    case Json::value_t::number_unsigned: return Value(j.get<uint64_t>());
-    case Json::value_t::number_float: return Value(j.get<double>());
-    case Json::value_t::string: return Value(j.get<std::string>());
-    case Json::value_t::array: {
-      Value out = Value::array();
-      for (const auto& item : j) out.push(fromJson(item));
-      return out;
-    }
-    case Json::value_t::object: {
-      Value out = Value::object();
-      for (const auto& [k, item] : j.items()) out.set(k, fromJson(item));
-      return out;
-    }
-    default: return Value();
-  }
-}
-
-Json toJsonValue(const Value& v) {
-  switch (v.kind()) {
-    case Value::Kind::null: return nullptr;
-    case Value::Kind::boolean: return v.asBool();
-    case Value::Kind::integer: {
-      int64_t i = 0;
-      v.toInt64(i);
-      return i;
-    }
-    case Value::Kind::unsignedInteger: {
-      uint64_t u = 0;
-      v.toUint64(u);
-      return u;
-    }
-    case Value::Kind::real: return v.asReal();
-    case Value::Kind::string: return v.asString();
-    case Value::Kind::array: {
-      Json out = Json::array();
-      for (const auto& item : v.asArray()) out.push_back(toJsonValue(item));
-      return out;
-    }
-    case Value::Kind::object: {
-      Json out = Json::object();
-      for (const auto& [k, item] : v.asObject()) out[k] = toJsonValue(item);
-      return out;
-    }
-  }
-  return nullptr;
-}
 
 std::vector<std::string> splitPath(std::string_view p) {
   std::vector<std::string> out;
@@ -77,19 +23,12 @@ bool allDigits(const std::string& s) {
 
 }  // namespace
 
-std::optional<Value> parseJson(std::string_view text, std::string& error) {
-  try {
-    return fromJson(Json::parse(text));
-  } catch (const Json::exception& e) {
-    error = std::string("malformed JSON: ") + e.what();
-    return std::nullopt;
-  }
-}
-
-std::string toJson(const Value& v, int indent) { return toJsonValue(v).dump(indent); }
-
 Target resolvePath(const Database& db, std::string_view path, std::optional<Value> key, std::string& error) {
   Target t;
+  if (path.empty() || path.front() == '/' || path.back() == '/' || path.find("//") != std::string_view::npos) {
+    error = "malformed path \"" + std::string(path) + "\": empty segment";
+    return t;
+  }
   std::string_view rest;
   t.mount = db.findPrefix(path, rest);
   if (!t.mount) {
@@ -110,6 +49,7 @@ Target resolvePath(const Database& db, std::string_view path, std::optional<Valu
     walked += "/" + name;
     if (i + 1 == segs.size()) {
       t.field = &field;
+      t.keyField = info->key;
       t.key = std::move(key);
       if (t.key && !field.asCollection()) error = "\"key\" given, but " + walked + " is not a collection";
       return t;
@@ -257,6 +197,10 @@ bool applyChange(Database& db, const Change& c, std::string& error) {
   Target t = resolvePath(db, c.path, c.key, where);
   if (!where.empty()) {
     error = where;
+    return false;
+  }
+  if (t.keyField) {
+    error = "at " + c.path + ": a key field cannot be written; it is the entry's place in its collection";
     return false;
   }
   DecodeContext ctx;

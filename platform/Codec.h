@@ -12,6 +12,9 @@
 //   merge  writes only what the value names;
 //   del    erases a collection entry or set member.
 // A change is validated in full before anything is written, so a bad change writes nothing.
+//
+// JSON text is read with limits: at most maxJsonDepth arrays and objects open at once, and no
+// object that names a member twice.
 #pragma once
 
 #include <optional>
@@ -25,6 +28,7 @@
 namespace platform {
 
 // JSON text to a Value and back. `indent` < 0 writes one line.
+inline constexpr std::size_t maxJsonDepth = 100;
 std::optional<Value> parseJson(std::string_view text, std::string& error);
 std::string toJson(const Value& v, int indent = -1);
 
@@ -34,6 +38,7 @@ struct Target {
   Entity* entity = nullptr;     // the entity named, or the owner of `field`
   FieldBase* field = nullptr;   // null when the path names an entity
   std::optional<Value> key;     // set when the path names an entry of `field`
+  bool keyField = false;        // `field` is its entity's key field
 };
 Target resolvePath(const Database& db, std::string_view path, std::optional<Value> key, std::string& error);
 

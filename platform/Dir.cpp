@@ -83,6 +83,7 @@ Value withoutType(const Value& v) {
 }  // namespace
 
 bool DirEntries::applyOne(const std::string& k, const Value& v, ApplyMode mode, DecodeContext& ctx, bool dryRun) {
+  if (k.empty()) return ctx.fail("a key cannot be empty");
   if (!v.isObject()) return ctx.fail(std::string("expected an object, got ") + v.kindName());
   auto it = map_.find(k);
   const Value* typeName = v.find("@type");

@@ -39,7 +39,6 @@ class DirEntries final : public FieldBase, public CollectionField {
   bool equals(const FieldBase& other) const override;
   CollectionField* asCollection() override { return this; }
 
-  bool keyIsInterface() const override { return false; }
   bool hasEntry(const Value& key, DecodeContext& ctx) const override;
   Entity* entryEntity(const Value& key) const override;
   bool applyEntry(const Value& key, const Value* value, ApplyMode mode, DecodeContext& ctx, bool dryRun) override;

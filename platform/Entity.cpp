@@ -104,10 +104,7 @@ bool applyToEntity(Entity& e, const Value& v, ApplyMode mode, DecodeContext& ctx
     FieldBase& field = TypeInfo::field(e, *f);
     if (f->key) {
       // The key is the entry's place in its collection; it may be restated, not changed.
-      if (!(field.toValue() == member)) {
-        ctx.fail("the key field must match the entry's key");
-        return ctx.nest(name);
-      }
+      if (!field.holds(member, ctx)) return ctx.nest(name);
       continue;
     }
     if (!field.apply(member, mode, ctx, dryRun)) return ctx.nest(name);

@@ -10,6 +10,9 @@
 //   Child<E>     one owned child entity, present for the owner's whole life.
 // `Attr<Ptr<E>>` holds an optional owned child; `Ref<E>` is a reference to an entity that
 // lives elsewhere (written out as that entity's path).
+// Attr, Coll and Set take the JSON traits of their value (of their key) as a last template
+// argument, ValueTraits<T> by default, for values the C++ type says too little about:
+// Attr<std::string, IntfNameTraits> reads only interface names and keeps the string type.
 //
 // Every entity type derives from `EntityOf<Self>`, names itself with `typeName`, and lists
 // its fields once in a `fields` template; that list is the type's reflection description,
@@ -102,8 +105,6 @@ class TypeRegistry {
 // The codec's view of a keyed collection or set.
 class CollectionField {
  public:
-  // Interface names may contain '/', so path segments of digits after one belong to the key.
-  virtual bool keyIsInterface() const = 0;
   virtual bool hasEntry(const Value& key, DecodeContext& ctx) const = 0;
   virtual Entity* entryEntity(const Value& key) const = 0;  // null when absent or not an entity
   // Set or merge one entry (a set's entry takes no value). Dry runs validate only.
@@ -136,6 +137,11 @@ class FieldBase {
   // Makes this field equal to `other` (a field of the same type), notifying what changes.
   virtual void assignFrom(const FieldBase& other) = 0;
   virtual bool equals(const FieldBase& other) const = 0;
+  // Whether `v` reads as the value the field holds (a key field restated in an entry).
+  virtual bool holds(const Value& v, DecodeContext& ctx) const {
+    if (toValue() == v) return true;
+    return ctx.fail("the key field must match the entry's key");
+  }
   virtual CollectionField* asCollection() { return nullptr; }
   virtual Entity* childEntity() const { return nullptr; }
 
@@ -273,7 +279,7 @@ struct ValueTraits<Ref<E>> {
 
 // --- attributes -----------------------------------------------------------------------------
 
-template <class T>
+template <class T, class Traits = ValueTraits<T>>
 class Attr final : public FieldBase {
  public:
   explicit Attr(Entity* owner, T initial = T()) : FieldBase(owner), value_(std::move(initial)) {}
@@ -293,16 +299,23 @@ class Attr final : public FieldBase {
     return observers_->add(std::move(fn));
   }
 
-  Value toValue() const override { return ValueTraits<T>::encode(value_); }
+  Value toValue() const override { return Traits::encode(value_); }
   bool apply(const Value& v, ApplyMode mode, DecodeContext& ctx, bool dryRun) override {
     // A struct merges member by member; set replaces it, so unnamed members take defaults.
     T decoded = mode == ApplyMode::merge ? value_ : T();
-    if (!ValueTraits<T>::decode(v, decoded, ctx)) return false;
+    if (!Traits::decode(v, decoded, ctx)) return false;
     if (!dryRun) set(decoded);
     return true;
   }
   void assignFrom(const FieldBase& other) override { set(static_cast<const Attr&>(other).value_); }
   bool equals(const FieldBase& other) const override { return value_ == static_cast<const Attr&>(other).value_; }
+  // Compares what `v` reads as, so that an enumerator restated by number matches its name.
+  bool holds(const Value& v, DecodeContext& ctx) const override {
+    T decoded{};
+    if (!Traits::decode(v, decoded, ctx)) return false;
+    if (decoded == value_) return true;
+    return ctx.fail("the key field must match the entry's key");
+  }
 
  private:
   void changed() {
@@ -479,23 +492,23 @@ class KeyedObservers {
   uint32_t depth_ = 0;
 };
 
-template <class K>
+template <class K, class Traits>
 bool decodeKey(const Value& key, K& out, DecodeContext& ctx) {
   if (key.isString()) {
-    if constexpr (HasKeyText<K>) return ValueTraits<K>::decodeKeyText(key.asString(), out, ctx);
+    if constexpr (TextKeyTraits<Traits, K>) return Traits::decodeKeyText(key.asString(), out, ctx);
   }
-  return ValueTraits<K>::decode(key, out, ctx);
+  return Traits::decode(key, out, ctx);
 }
 
-template <class K>
+template <class K, class Traits>
 Value keyToValue(const K& k) {
-  if (auto text = ValueTraits<K>::keyText(k)) return Value(*text);
-  return ValueTraits<K>::encode(k);
+  if (auto text = Traits::keyText(k)) return Value(*text);
+  return Traits::encode(k);
 }
 
 }  // namespace detail
 
-template <class K, class V>
+template <class K, class V, class KeyTraits = ValueTraits<K>>
 class Coll final : public FieldBase, public CollectionField {
   static constexpr bool kEntities = detail::EntityValue<V>::value;
 
@@ -637,15 +650,15 @@ class Coll final : public FieldBase, public CollectionField {
 
   // --- reflection ---
   Value toValue() const override {
-    if constexpr (HasKeyText<K>) {
+    if constexpr (TextKeyTraits<KeyTraits, K>) {
       Value out = Value::object();
-      for (const auto& [k, v] : map_) out.asObject().emplace_back(*ValueTraits<K>::keyText(k), entryToValue(v));
+      for (const auto& [k, v] : map_) out.asObject().emplace_back(*KeyTraits::keyText(k), entryToValue(v));
       return out;
     } else {
       Value out = Value::array();
       for (const auto& [k, v] : map_) {
         Value pair = Value::object();
-        pair.set("key", ValueTraits<K>::encode(k));
+        pair.set("key", KeyTraits::encode(k));
         pair.set("value", entryToValue(v));
         out.push(std::move(pair));
       }
@@ -669,7 +682,7 @@ class Coll final : public FieldBase, public CollectionField {
     std::set<K> wanted;
     for (const auto& [k, entry] : entries) {
       K key{};
-      if (!detail::decodeKey(k, key, ctx)) return false;
+      if (!detail::decodeKey<K, KeyTraits>(k, key, ctx)) return false;
       wanted.insert(key);
       if (!applyOne(key, *entry, mode, ctx, dryRun)) return ctx.nest(k.isString() ? k.asString() : k.brief());
     }
@@ -717,17 +730,16 @@ class Coll final : public FieldBase, public CollectionField {
   CollectionField* asCollection() override { return this; }
 
   // --- CollectionField ---
-  bool keyIsInterface() const override { return std::is_same_v<K, IntfId>; }
   bool hasEntry(const Value& key, DecodeContext& ctx) const override {
     K k{};
-    if (!detail::decodeKey(key, k, ctx)) return false;
+    if (!detail::decodeKey<K, KeyTraits>(key, k, ctx)) return false;
     return contains(k);
   }
   Entity* entryEntity(const Value& key) const override {
     if constexpr (kEntities) {
       K k{};
       DecodeContext ctx;
-      if (!detail::decodeKey(key, k, ctx)) return nullptr;
+      if (!detail::decodeKey<K, KeyTraits>(key, k, ctx)) return nullptr;
       auto it = map_.find(k);
       return it == map_.end() ? nullptr : it->second.get();
     } else {
@@ -736,20 +748,20 @@ class Coll final : public FieldBase, public CollectionField {
   }
   bool applyEntry(const Value& key, const Value* value, ApplyMode mode, DecodeContext& ctx, bool dryRun) override {
     K k{};
-    if (!detail::decodeKey(key, k, ctx)) return false;
+    if (!detail::decodeKey<K, KeyTraits>(key, k, ctx)) return false;
     if (!value) return ctx.fail("a value is needed");
     return applyOne(k, *value, mode, ctx, dryRun);
   }
   bool eraseEntry(const Value& key, DecodeContext& ctx, bool dryRun) override {
     K k{};
-    if (!detail::decodeKey(key, k, ctx)) return false;
+    if (!detail::decodeKey<K, KeyTraits>(key, k, ctx)) return false;
     if (!contains(k)) return ctx.fail("no entry " + key.brief());
     if (!dryRun) del(k);
     return true;
   }
-  Value keyValue(const void* key) const override { return ValueTraits<K>::encode(*static_cast<const K*>(key)); }
+  Value keyValue(const void* key) const override { return KeyTraits::encode(*static_cast<const K*>(key)); }
   std::optional<std::string> keyText(const void* key) const override {
-    return ValueTraits<K>::keyText(*static_cast<const K*>(key));
+    return KeyTraits::keyText(*static_cast<const K*>(key));
   }
   Value entryValue(const void* key) const override {
     auto it = map_.find(*static_cast<const K*>(key));
@@ -805,7 +817,7 @@ class Coll final : public FieldBase, public CollectionField {
 };
 
 // A set of keys, notified per key like a collection; written as a JSON array.
-template <class K>
+template <class K, class KeyTraits = ValueTraits<K>>
 class Set final : public FieldBase, public CollectionField {
  public:
   using key_type = K;
@@ -841,7 +853,7 @@ class Set final : public FieldBase, public CollectionField {
 
   Value toValue() const override {
     Value out = Value::array();
-    for (const K& k : set_) out.push(detail::keyToValue(k));
+    for (const K& k : set_) out.push(detail::keyToValue<K, KeyTraits>(k));
     return out;
   }
   bool apply(const Value& v, ApplyMode mode, DecodeContext& ctx, bool dryRun) override {
@@ -849,7 +861,7 @@ class Set final : public FieldBase, public CollectionField {
     std::set<K> wanted;
     for (const auto& item : v.asArray()) {
       K k{};
-      if (!detail::decodeKey(item, k, ctx)) return false;
+      if (!detail::decodeKey<K, KeyTraits>(item, k, ctx)) return false;
       wanted.insert(k);
     }
     if (dryRun) return true;
@@ -871,16 +883,15 @@ class Set final : public FieldBase, public CollectionField {
   bool equals(const FieldBase& other) const override { return set_ == static_cast<const Set&>(other).set_; }
   CollectionField* asCollection() override { return this; }
 
-  bool keyIsInterface() const override { return std::is_same_v<K, IntfId>; }
   bool hasEntry(const Value& key, DecodeContext& ctx) const override {
     K k{};
-    if (!detail::decodeKey(key, k, ctx)) return false;
+    if (!detail::decodeKey<K, KeyTraits>(key, k, ctx)) return false;
     return contains(k);
   }
   Entity* entryEntity(const Value&) const override { return nullptr; }
   bool applyEntry(const Value& key, const Value* value, ApplyMode, DecodeContext& ctx, bool dryRun) override {
     K k{};
-    if (!detail::decodeKey(key, k, ctx)) return false;
+    if (!detail::decodeKey<K, KeyTraits>(key, k, ctx)) return false;
     if (value && !value->isNull() && !(value->isBool() && value->asBool()))
       return ctx.fail("a set entry takes no value (or true)");
     if (!dryRun) insert(k);
@@ -888,14 +899,14 @@ class Set final : public FieldBase, public CollectionField {
   }
   bool eraseEntry(const Value& key, DecodeContext& ctx, bool dryRun) override {
     K k{};
-    if (!detail::decodeKey(key, k, ctx)) return false;
+    if (!detail::decodeKey<K, KeyTraits>(key, k, ctx)) return false;
     if (!contains(k)) return ctx.fail("no entry " + key.brief());
     if (!dryRun) del(k);
     return true;
   }
-  Value keyValue(const void* key) const override { return ValueTraits<K>::encode(*static_cast<const K*>(key)); }
+  Value keyValue(const void* key) const override { return KeyTraits::encode(*static_cast<const K*>(key)); }
   std::optional<std::string> keyText(const void* key) const override {
-    return ValueTraits<K>::keyText(*static_cast<const K*>(key));
+    return KeyTraits::keyText(*static_cast<const K*>(key));
   }
   Value entryValue(const void*) const override { return Value(); }
   bool isSet() const override { return true; }

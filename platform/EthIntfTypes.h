@@ -1,7 +1,8 @@
 // The port mode of Ethernet interfaces: whether an interface is given to tap aggregation.
 //
 // Keyed by interface name as text (not IntfId), because the port-mode configuration may name
-// interfaces before they exist. Modes are written in JSON by enumerator name ("portModeTapAgg").
+// interfaces before they exist; the codec still reads only well-formed interface names. Modes
+// are written in JSON by enumerator name ("portModeTapAgg").
 #pragma once
 
 #include <array>
@@ -22,7 +23,7 @@ struct PortModeConfig : platform::EntityOf<PortModeConfig> {
   static constexpr const char* typeName = "EthIntf::PortModeConfig";
   PortModeConfig() = default;
 
-  platform::Coll<std::string, PortMode> portMode{this};
+  platform::Coll<std::string, PortMode, platform::IntfNameTraits> portMode{this};
 
   void portModeIs(const std::string& intfName, PortMode mode);
   void portModeDel(const std::string& intfName);

@@ -32,20 +32,20 @@ class Reactor {
   Reactor& operator=(const Reactor&) = delete;
   virtual ~Reactor() { detachAll(); }
 
-  template <class T>
-  void on(const Attr<T>& attr, std::function<void()> fn) {
+  template <class T, class Tr>
+  void on(const Attr<T, Tr>& attr, std::function<void()> fn) {
     bind(attr.owner(), attr.subscribe(std::move(fn)));
   }
-  template <class K, class V>
-  void on(const Coll<K, V>& coll, std::type_identity_t<std::function<void(const K&)>> fn) {
+  template <class K, class V, class Tr>
+  void on(const Coll<K, V, Tr>& coll, std::type_identity_t<std::function<void(const K&)>> fn) {
     bind(coll.owner(), coll.subscribe(std::move(fn)));
   }
-  template <class K, class V>
-  void onKey(const Coll<K, V>& coll, const std::type_identity_t<K>& key, std::function<void()> fn) {
+  template <class K, class V, class Tr>
+  void onKey(const Coll<K, V, Tr>& coll, const std::type_identity_t<K>& key, std::function<void()> fn) {
     bind(coll.owner(), coll.subscribe(key, std::move(fn)));
   }
-  template <class K>
-  void on(const Set<K>& set, std::type_identity_t<std::function<void(const K&)>> fn) {
+  template <class K, class Tr>
+  void on(const Set<K, Tr>& set, std::type_identity_t<std::function<void(const K&)>> fn) {
     bind(set.owner(), set.subscribe(std::move(fn)));
   }
   void on(const DirEntries& entries, std::function<void(const std::string&)> fn) {

@@ -74,8 +74,8 @@ class ReactorMap {
   // Builds a reactor (not yet told anything) for every entry of `coll`, and from now on one for
   // every entry that appears or is replaced, handed to `added`; an entry that goes takes its
   // reactor with it. `args` go to every reactor's constructor.
-  template <class E, class... A>
-  void follow(Reactor& reactor, const Coll<K, Ptr<E>>& coll, std::function<void(R&)> added, A... args) {
+  template <class E, class Tr, class... A>
+  void follow(Reactor& reactor, const Coll<K, Ptr<E>, Tr>& coll, std::function<void(R&)> added, A... args) {
     for (const auto& [k, entry] : coll) is(k, entry, args...);
     reactor.on(coll, [this, &coll, added = std::move(added), args...](const K& k) {
       if (auto entry = coll.get(k)) {

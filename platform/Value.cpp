@@ -1,5 +1,6 @@
 #include "platform/Value.h"
 
+#include <charconv>
 #include <cmath>
 #include <limits>
 
@@ -112,8 +113,10 @@ std::string Value::brief() const {
     case Kind::integer: return std::to_string(std::get<int64_t>(v_));
     case Kind::unsignedInteger: return std::to_string(std::get<uint64_t>(v_));
     case Kind::real: {
-      std::string s = std::to_string(std::get<double>(v_));
-      return s;
+      // The shortest text that reads back as the same number (1.5, 1e+300).
+      char text[32];
+      auto [end, ec] = std::to_chars(text, text + sizeof text, std::get<double>(v_));
+      return std::string(text, ec == std::errc() ? end : text);
     }
     case Kind::string: quote(out, asString()); return out;
     case Kind::array: {

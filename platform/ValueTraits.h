@@ -12,7 +12,13 @@
 //   };
 //
 // An enumeration gets names by declaring, in its own namespace, a constexpr function
-// `enumEntries(E)` that returns an array of `EnumEntry<E>`.
+// `enumEntries(E)` that returns an array of `EnumEntry<E>`. On input a number must name one of
+// its enumerators, unless the enumeration is open: it declares `constexpr bool enumIsOpen(E)`
+// answering true next to its names, and then keeps numbers it has no name for (values a newer
+// writer knows), writing them back as numbers.
+//
+// Strings that hold interface names use `IntfNameTraits` instead of the string traits: they
+// stay strings in C++ but are read only in a form `IntfId::parse` accepts.
 //
 // Keys of collections have a text form when they print as a single word (strings, interface
 // names, numbers, enumerators); other keys (structs) are written as values.
@@ -70,6 +76,13 @@ struct EnumEntry {
 
 template <class E>
 concept NamedEnum = std::is_enum_v<E> && requires(E e) { enumEntries(e); };
+
+// Whether an enumeration keeps numbers that name none of its enumerators (see above).
+template <class E>
+constexpr bool enumOpen() {
+  if constexpr (requires(E e) { enumIsOpen(e); }) return enumIsOpen(E{});
+  else return false;
+}
 
 template <class E>
 const char* enumName(E e) {
@@ -166,7 +179,9 @@ struct ValueTraits<std::string> {
     return true;
   }
   static std::optional<std::string> keyText(const std::string& s) { return s; }
-  static bool decodeKeyText(const std::string& s, std::string& out, DecodeContext&) {
+  // A key names something; the empty name could not even be written in a path.
+  static bool decodeKeyText(const std::string& s, std::string& out, DecodeContext& ctx) {
+    if (s.empty()) return ctx.fail("a key cannot be empty");
     out = s;
     return true;
   }
@@ -176,6 +191,7 @@ struct ValueTraits<std::string> {
 
 template <class E>
 struct ValueTraits<E, std::enable_if_t<std::is_enum_v<E>>> {
+  static_assert(NamedEnum<E>, "an enumeration read from JSON names its enumerators with enumEntries");
   using U = std::underlying_type_t<E>;
   static Value encode(E e) {
     if (const char* name = enumName(e)) return Value(name);
@@ -183,9 +199,12 @@ struct ValueTraits<E, std::enable_if_t<std::is_enum_v<E>>> {
   }
   static bool decode(const Value& v, E& out, DecodeContext& ctx) {
     if (v.isString()) return decodeKeyText(v.asString(), out, ctx);
+    if (!v.isNumber()) return ctx.fail("expected " + expected() + ", got " + v.kindName());
     U u{};
     DecodeContext inner;
-    if (!ValueTraits<U>::decode(v, u, inner)) return ctx.fail("expected " + expected() + ", got " + v.brief());
+    if (!ValueTraits<U>::decode(v, u, inner) || !known(E(u))) {
+      return ctx.fail("unknown enumerator " + v.brief() + "; expected " + expected());
+    }
     out = E(u);
     return true;
   }
@@ -194,52 +213,69 @@ struct ValueTraits<E, std::enable_if_t<std::is_enum_v<E>>> {
     return std::to_string(U(e));
   }
   static bool decodeKeyText(const std::string& s, E& out, DecodeContext& ctx) {
-    if constexpr (NamedEnum<E>) {
-      for (const auto& entry : enumEntries(E{})) {
-        if (s == entry.name) {
-          out = entry.value;
-          return true;
-        }
+    for (const auto& entry : enumEntries(E{})) {
+      if (s == entry.name) {
+        out = entry.value;
+        return true;
       }
     }
     U u{};
     DecodeContext inner;
-    if (!s.empty() && ValueTraits<U>::decodeKeyText(s, u, inner)) {
+    if (!s.empty() && ValueTraits<U>::decodeKeyText(s, u, inner) && known(E(u))) {
       out = E(u);
       return true;
     }
     return ctx.fail("unknown enumerator \"" + s + "\"; expected " + expected());
   }
+  static bool known(E e) { return enumOpen<E>() || enumName(e); }
   static std::string expected() {
     std::string names;
-    if constexpr (NamedEnum<E>) {
-      for (const auto& entry : enumEntries(E{})) {
-        if (!names.empty()) names += ", ";
-        names += entry.name;
-      }
+    for (const auto& entry : enumEntries(E{})) {
+      if (!names.empty()) names += ", ";
+      names += entry.name;
     }
-    return names.empty() ? "a number" : "one of " + names + " (or its number)";
+    return "one of " + names + (enumOpen<E>() ? " (or any number)" : " (or its number)");
   }
 };
 
 // --- platform value types -------------------------------------------------------------------
 
+// As a value, "" is the empty IntfId ("none"); a key always names an interface.
 template <>
 struct ValueTraits<IntfId> {
   static Value encode(const IntfId& i) { return Value(i.name()); }
   static bool decode(const Value& v, IntfId& out, DecodeContext& ctx) {
     if (!v.isString()) return ctx.fail(std::string("expected an interface name, got ") + v.kindName());
+    if (v.asString().empty()) {
+      out = IntfId();
+      return true;
+    }
     return decodeKeyText(v.asString(), out, ctx);
   }
   static std::optional<std::string> keyText(const IntfId& i) { return i.name(); }
   static bool decodeKeyText(const std::string& s, IntfId& out, DecodeContext& ctx) {
-    if (s.empty()) {
-      out = IntfId();
-      return true;
-    }
     auto parsed = IntfId::parse(s);
     if (!parsed) return ctx.fail("malformed interface name \"" + s + "\"");
     out = *parsed;
+    return true;
+  }
+};
+
+// A std::string that holds an interface name (kept as text where the agent wants string order
+// and string operations): read by the rules of ValueTraits<IntfId>, stored as given.
+struct IntfNameTraits {
+  static Value encode(const std::string& s) { return Value(s); }
+  static bool decode(const Value& v, std::string& out, DecodeContext& ctx) {
+    IntfId id;
+    if (!ValueTraits<IntfId>::decode(v, id, ctx)) return false;
+    out = id.name();
+    return true;
+  }
+  static std::optional<std::string> keyText(const std::string& s) { return s; }
+  static bool decodeKeyText(const std::string& s, std::string& out, DecodeContext& ctx) {
+    IntfId id;
+    if (!ValueTraits<IntfId>::decodeKeyText(s, id, ctx)) return false;
+    out = s;
     return true;
   }
 };
@@ -265,15 +301,17 @@ struct ValueTraits<VrfName> {
   static Value encode(const VrfName& n) { return Value(n.str()); }
   static bool decode(const Value& v, VrfName& out, DecodeContext& ctx) {
     if (!v.isString()) return ctx.fail(std::string("expected a VRF name, got ") + v.kindName());
-    return decodeKeyText(v.asString(), out, ctx);
-  }
-  static std::optional<std::string> keyText(const VrfName& n) { return n.str(); }
-  static bool decodeKeyText(const std::string& s, VrfName& out, DecodeContext& ctx) {
+    const std::string& s = v.asString();
     if (!VrfName::valid(s))
       return ctx.fail("VRF name of " + std::to_string(s.size()) + " bytes is longer than " +
                       std::to_string(VrfName::maxLength) + " bytes");
     out = VrfName(s);
     return true;
+  }
+  static std::optional<std::string> keyText(const VrfName& n) { return n.str(); }
+  static bool decodeKeyText(const std::string& s, VrfName& out, DecodeContext& ctx) {
+    if (s.empty()) return ctx.fail("a key cannot be empty");
+    return decode(Value(s), out, ctx);
   }
 };
 
@@ -321,9 +359,12 @@ struct ValueTraits<T, std::enable_if_t<DescribedStruct<T>>> {
   static std::optional<std::string> keyText(const T&) { return std::nullopt; }
 };
 
-template <class T>
-concept HasKeyText = requires(const T& t, const std::string& s, T& out, DecodeContext& ctx) {
-  ValueTraits<T>::decodeKeyText(s, out, ctx);
+// Traits that read keys from their text form (object member names and path segments).
+template <class Traits, class T>
+concept TextKeyTraits = requires(const std::string& s, T& out, DecodeContext& ctx) {
+  Traits::decodeKeyText(s, out, ctx);
 };
+template <class T>
+concept HasKeyText = TextKeyTraits<ValueTraits<T>, T>;
 
 }  // namespace platform

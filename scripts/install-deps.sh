@@ -1,6 +1,10 @@
 #!/usr/bin/env bash
-# Installs what a fresh Debian machine lacks to build and test the project.
+# Installs what a fresh Debian machine lacks to build and test the project (with apt-get,
+# through sudo when not root).
+# Usage: scripts/install-deps.sh
 set -euo pipefail
+# --help prints the comment above as the usage, and does nothing else.
+if [ "${1:-}" = "--help" ] || [ "${1:-}" = "-h" ]; then sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"; exit 0; fi
 packages=(cmake ninja-build g++ nlohmann-json3-dev libgtest-dev libgmock-dev libbenchmark-dev libcli11-dev python3)
 missing=()
 for p in "${packages[@]}"; do

@@ -2,6 +2,8 @@
 # Builds everything and runs every test. Usage: scripts/test.sh [--sanitize]
 #   --sanitize  builds in build-asan/ with AddressSanitizer and UndefinedBehaviorSanitizer
 set -euo pipefail
+# --help prints the comment above as the usage, and does nothing else.
+if [ "${1:-}" = "--help" ] || [ "${1:-}" = "-h" ]; then sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"; exit 0; fi
 cd "$(dirname "$0")/.."
 scripts/install-deps.sh
 dir=build

@@ -77,6 +77,12 @@ class MirroringdTest : public ::testing::Test {
   Result run(std::vector<std::string> args, const std::string& stdinText = "",
              const std::map<std::string, std::string>& env = {}, bool withPlugin = true) {
     if (withPlugin) args.insert(args.begin(), {"--plugin", TEST_AGENT_PATH});
+    return runProgram(MIRRORINGD_PATH, args, stdinText, env);
+  }
+
+  // Runs any program the same way.
+  Result runProgram(const std::string& program, std::vector<std::string> args, const std::string& stdinText = "",
+                    const std::map<std::string, std::string>& env = {}) {
     std::string in = file("stdin.txt", stdinText);
     std::string out = path("stdout.txt"), err = path("stderr.txt");
     pid_t pid = fork();
@@ -88,10 +94,10 @@ class MirroringdTest : public ::testing::Test {
       int fds[3] = {open(in.c_str(), O_RDONLY), open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644),
                     open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644)};
       for (int i = 0; i < 3; ++i) dup2(fds[i], i);
-      std::vector<char*> argv{const_cast<char*>(MIRRORINGD_PATH)};
+      std::vector<char*> argv{const_cast<char*>(program.c_str())};
       for (auto& a : args) argv.push_back(a.data());
       argv.push_back(nullptr);
-      execv(MIRRORINGD_PATH, argv.data());
+      execv(program.c_str(), argv.data());
       _exit(127);
     }
     int status = 0;

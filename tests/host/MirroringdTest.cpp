@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <set>
+
 #include "MirroringdRunner.h"
 
 using namespace hosttest;
@@ -223,93 +225,14 @@ TEST_F(MirroringdTest, AdvanceMovesTheVirtualClockAndFiresTimersAtTheirTimes) {
   EXPECT_EQ(last["test/status"]["tick"], 2) << "a disarmed timer stays quiet";
 }
 
-TEST_F(MirroringdTest, EveryKindOfBadLineIsRejectedWithFileAndLineAndChangesNothing) {
-  const std::string good1 = R"({"op":"set","path":"test/config/item/c","value":true})";
-  const std::string good2 = R"({"op":"set","path":"test/config/port/Ethernet3/1","value":{"enabled":true}})";
-  const std::string longVrf(101, 'v');
-  struct Bad {
-    std::string line;
-    std::string message;
-  };
-  const std::vector<Bad> bad = {
-      {R"({"op":"set","path":"test/config/value","value":"x")", "malformed JSON"},
-      {R"(["not", "an", "object"])", "a line is a JSON object, got an array"},
-      {R"({"op":"replace","path":"test/config/value","value":"x"})", "unknown op \"replace\""},
-      {R"({"path":"test/config/value","value":"x"})", "a change needs \"op\""},
-      {R"({"op":"set","path":"nowhere/config/value","value":"x"})", "unknown mount in path \"nowhere/config/value\""},
-      {R"({"op":"set","path":"test/config/valeu","value":"x"})", "unknown field \"valeu\" of Test::Config"},
-      {R"({"op":"set","path":"test/config/value","value":5})", "at test/config/value: expected a string, got"},
-      {R"({"op":"set","path":"test/config/color","value":"purple"})", "unknown enumerator \"purple\""},
-      {R"({"op":"set","path":"test/config/shutdown/Ethernet0"})", "malformed interface name \"Ethernet0\""},
-      {R"({"op":"merge","path":"test/config/port","value":{"Eth 1":{"enabled":true}}})",
-       "malformed interface name \"Eth 1\""},
-      {R"({"op":"set","path":"test/config/vrf","value":")" + longVrf + R"("})",
-       "VRF name of 101 bytes is longer than 100 bytes"},
-      {R"({"op":"del","path":"test/config/item/nothere"})", "no entry \"nothere\""},
-      // A change that is good in part writes nothing either.
-      {R"({"op":"set","path":"test/config","value":{"value":"half","item":{},"color":"purple"}})",
-       "unknown enumerator \"purple\""},
-      {R"({"op":"advance","seconds":-1})", "advance needs \"seconds\""},
-      {R"({"op":"dump","mounts":["nowhere"]})", "unknown mount \"nowhere\""},
-      {R"({"op":"restart","now":true})", "unknown member \"now\" in a restart command"},
-  };
-  std::string withBad = good1 + "\n";
-  for (const auto& b : bad) withBad += b.line + "\n";
-  withBad += good2 + "\n";
-  Result r;
-  Json dumped = dumpAfter(baseState, withBad, {"--changes-out", path("out.jsonl")}, &r);
-  std::string out = readFile(path("out.jsonl"));
-  std::string changesFile = path("changes.jsonl");
-  auto errors = lines(r.err);
-  ASSERT_EQ(errors.size(), bad.size()) << r.err;
-  for (std::size_t i = 0; i < bad.size(); ++i) {
-    std::string where = changesFile + ":" + std::to_string(i + 2) + ": ";
-    EXPECT_EQ(errors[i].rfind(where, 0), 0u) << errors[i];
-    EXPECT_THAT(errors[i], HasSubstr(bad[i].message)) << "line " << i + 2;
-  }
-  EXPECT_EQ(dumped["test/config"]["item"], Json::parse(R"({"a": true, "b": false, "c": true})"));
-  EXPECT_EQ(dumped["test/config"]["port"]["Ethernet3/1"]["enabled"], true) << "the run goes on after bad lines";
-
-  // The same stream without the bad lines leaves the very same state and agent writes.
-  Json clean = dumpAfter(baseState, good1 + "\n" + good2 + "\n", {"--changes-out", path("out.jsonl")});
-  EXPECT_EQ(dumped, clean);
-  EXPECT_EQ(out, readFile(path("out.jsonl")));
-}
-
-TEST_F(MirroringdTest, StrictStopsAtTheFirstRejectedLineWithExitCodeOne) {
-  std::string changes = R"({"op":"set","path":"test/config/item/c","value":true})" "\n"
-                        R"({"op":"set","path":"test/config/color","value":"purple"})" "\n"
-                        R"({"op":"set","path":"test/config/item/d","value":true})" "\n";
-  std::string stream = file("changes.jsonl", changes);
-  Result r = run({"--strict", "--quiet-syslog", "--dump", "-", "--changes", stream, file("state.json", baseState)});
-  EXPECT_EQ(r.exitCode, 1);
-  EXPECT_THAT(r.err, HasSubstr(stream + ":2: at test/config/color: unknown enumerator \"purple\""));
-  auto docs = documents(r.out);
-  ASSERT_EQ(docs.size(), 1u) << "the state at the stop is still dumped";
-  EXPECT_EQ(docs[0]["test/status"]["item"], Json::parse(R"({"a": true, "b": false, "c": true})"))
-      << "nothing after the bad line ran";
-
-  // From standard input, the stream is named <stdin>.
-  r = run({"--strict", "--quiet-syslog", "--changes", "-"}, changes);
-  EXPECT_EQ(r.exitCode, 1);
-  EXPECT_THAT(r.err, HasSubstr("<stdin>:2: "));
-}
-
 TEST_F(MirroringdTest, StartUpErrorsExitWithTwoAndSayWhatIsWrong) {
   struct Case {
     std::string name;
     std::vector<std::string> args;
     std::vector<std::string> says;
   };
-  std::string unknownMount = file("unknownMount.json", R"({"test/config": {}, "mirroring/nothere": {}})");
-  std::string badContent = file("badContent.json", R"({"test/config": {"item": {"a": "yes"}}})");
-  std::string malformed = file("malformed.json", R"({"test/config": )");
-  std::string notObject = file("array.json", "[]");
+  // Bad state files are in the catalogue of bad input (BadInputTest.cpp).
   const std::vector<Case> cases = {
-      {"unknown mount", {unknownMount}, {unknownMount + ": ", "unknown mount \"mirroring/nothere\""}},
-      {"bad content", {badContent}, {badContent + ": ", "test/config/item/a", "expected a boolean, got a string"}},
-      {"malformed state", {malformed}, {malformed + ": ", "malformed JSON"}},
-      {"state not an object", {notObject}, {notObject + ": ", "a state file is an object"}},
       {"missing state file", {path("absent.json")}, {path("absent.json") + ": cannot open"}},
       {"missing change stream", {"--changes", path("absent.jsonl")}, {"cannot open " + path("absent.jsonl")}},
       {"unknown option", {"--frobnicate"}, {"unknown option --frobnicate"}},
@@ -395,6 +318,30 @@ TEST_F(MirroringdTest, ViewAndListMessagesShowWhatAnOperatorNeeds) {
                                "  Explanation:        The test configuration's value was set to the word that "
                                "raises this message.\n"
                                "  Recommended action: Set the value to anything else.\n"));
+}
+
+TEST_F(MirroringdTest, EveryProgramAnswersHelpWithItsUsageAndWritesNothing) {
+  std::vector<std::pair<std::string, std::string>> programs = {{MIRRORINGD_PATH, "usage: mirroringd"}};
+#ifdef SCALE_SWITCH_STATE_PATH
+  programs.push_back({SCALE_SWITCH_STATE_PATH, "STATE_FILE"});
+#endif
+  for (const char* script : {"scripts/install-deps.sh", "scripts/run-example.sh", "scripts/test.sh", "bench/run.sh",
+                             "bench/agent.sh", ".ci/run"}) {
+    programs.push_back({std::string(SOURCE_DIR) + "/" + script, script});
+  }
+  const std::set<fs::path> before{fs::directory_iterator(dir_), fs::directory_iterator()};
+  for (const auto& [program, usage] : programs) {
+    Result r = runProgram(program, {"--help"});
+    EXPECT_EQ(r.exitCode, 0) << program << ": " << r.err;
+    EXPECT_THAT(r.out, HasSubstr(usage)) << program;
+    std::set<fs::path> now{fs::directory_iterator(dir_), fs::directory_iterator()};
+    for (const char* own : {"stdin.txt", "stdout.txt", "stderr.txt"}) now.erase(dir_ / own);
+    EXPECT_EQ(now, before) << program << " wrote into its working directory";
+  }
+
+  Result r = run({"--version"}, "", {}, false);
+  EXPECT_EQ(r.exitCode, 0);
+  EXPECT_THAT(r.out, ::testing::MatchesRegex("mirroringd [0-9]+\\.[0-9]+\\.[0-9]+\n"));
 }
 
 }  // namespace

@@ -48,6 +48,9 @@ TEST(Options, ValuesInBothFormsRepeatedMountsAndDefaults) {
   ASSERT_TRUE(t.ok) << t.error;
   EXPECT_EQ(t.options.trace, "");
   EXPECT_EQ(t.options.agent, "--odd");
+
+  EXPECT_TRUE(parse({"--version"}).options.version);
+  EXPECT_TRUE(parse({"-h"}).options.help);
 }
 
 TEST(Options, RefusesWhatItCannotUse) {

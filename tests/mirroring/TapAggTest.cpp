@@ -645,14 +645,16 @@ TEST_F(TapAggLinkTest, LinkChangesRewriteTapAndToolPortsOnly) {
   up("Ethernet9");
   EXPECT_EQ(outputWrites(), before);
 
-  // An interface status gone takes the port's roles with it.
+  // An interface status gone takes the port out of the hardware; its groups say why, as a
+  // start-up without the status would.
   eth->intfStatusDel(IntfId("Ethernet2"));
   EXPECT_THAT(hwToolPorts(), ElementsAre("Ethernet5"));
-  EXPECT_FALSE(toolStatus("t", "Ethernet2"));
+  EXPECT_EQ(toolStatus("t", "Ethernet2"), inactivePort("Interface status not found,"));
   eth->intfStatusDel(IntfId("Ethernet5"));
   EXPECT_THAT(hwTapPorts(), ElementsAre("Ethernet1"));
   EXPECT_THAT(hwToolPorts(), IsEmpty());
-  EXPECT_THAT(groups(), ElementsAre("g"));
+  EXPECT_EQ(tapStatus("g", "Ethernet5"), inactivePort("Interface status not found,"));
+  EXPECT_THAT(groups(), ElementsAre("g", "t"));
 
   // Back with its link up, it is rebuilt whole.
   up("Ethernet5");

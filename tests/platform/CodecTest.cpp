@@ -1,5 +1,6 @@
 // The JSON codec: round trips of every field shape, set versus merge, the change stream
-// replaying to the same state, and rejection of bad input that leaves everything unchanged.
+// replaying to the same state, and the limits of JSON text. Bad input as a whole is refused in
+// the catalogue of tests/host/BadInputTest.cpp.
 #include <gtest/gtest.h>
 
 #include "TestEntities.h"
@@ -101,36 +102,20 @@ TEST_F(Codec, SetReplacesAndMergeKeeps) {
   EXPECT_EQ(root->leaf.get(IntfId("Ethernet3/1")), leaf);
 }
 
-TEST_F(Codec, BadInputIsRejectedAndWritesNothing) {
-  load(kFullState);
-  const std::string before = dump();
-  const uint64_t writes = db.totalWrites();
-  const std::vector<std::pair<std::string, std::string>> bad = {
-      {"{\"op\":\"set\",", "malformed JSON"},
-      {R"({"op":"frob","path":"test/root"})", "unknown op \"frob\""},
-      {R"({"op":"set","path":"nowhere/x","value":1})", "unknown mount"},
-      {R"({"op":"set","path":"test/root/nosuch","value":1})", "unknown field \"nosuch\""},
-      {R"({"op":"set","path":"test/root/flag","value":"yes"})", "expected a boolean"},
-      {R"({"op":"set","path":"test/root/count","value":-1})", "expected a whole number"},
-      {R"({"op":"set","path":"test/root/number/a","value":65536})", "expected a whole number"},
-      {R"({"op":"set","path":"test/root/leaf/Ethernet3/1/color","value":"purple"})", "unknown enumerator \"purple\""},
-      {R"({"op":"set","path":"test/root/leaf/Ether/1","value":{}})", "malformed interface name \"Ether/1\""},
-      {R"({"op":"set","path":"test/root/inner/vrf","value":")" + std::string(101, 'v') + R"("})",
-       "longer than 100 bytes"},
-      {R"({"op":"del","path":"test/root/number/zzz"})", "no entry \"zzz\""},
-      {R"({"op":"del","path":"test/root/flag"})", "cannot be deleted"},
-      {R"({"op":"set","path":"test/root/flag","key":"x","value":true})", "not a collection"},
-      {R"({"op":"set","path":"test/root/reference/q","value":"test/root/leaf/Ethernet99"})", "no entity at"},
-      // A change that is good up to a bad member deep inside writes nothing either.
-      {R"({"op":"merge","path":"test/root","value":{"flag":false,"leaf":{"Ethernet5":{"color":"nope"}}}})",
-       "unknown enumerator"},
-  };
-  for (const auto& [line, expected] : bad) {
-    std::string error = change(line);
-    EXPECT_NE(error.find(expected), std::string::npos) << line << "\n  gave: " << error;
-  }
-  EXPECT_EQ(dump(), before);
-  EXPECT_EQ(db.totalWrites(), writes);
+TEST_F(Codec, InterfaceNamesKeptAsStringsKeepStringOrderAndAnEmptyValueMeansNone) {
+  EXPECT_EQ(change(R"({"op":"set","path":"test/root/member","value":["Ethernet2","Ethernet10"]})"), "");
+  EXPECT_EQ(change(R"({"op":"set","path":"test/root/member/Ethernet3/1"})"), "");
+  EXPECT_EQ(root->member.keys(), (std::vector<std::string>{"Ethernet10", "Ethernet2", "Ethernet3/1"}));
+  EXPECT_EQ(change(R"({"op":"set","path":"test/root/uplink","value":"Port-Channel5"})"), "");
+  EXPECT_EQ(change(R"({"op":"set","path":"test/root/uplink","value":""})"), "");
+  EXPECT_EQ(root->uplink(), "");
+  // Otherwise they are read as interface names are: as keys and as values.
+  EXPECT_NE(change(R"({"op":"set","path":"test/root/member/eth1"})"), "");
+  EXPECT_NE(change(R"({"op":"merge","path":"test/root/member","value":[""]})"), "");
+  EXPECT_NE(change(R"({"op":"set","path":"test/root/uplink","value":"Ethernet01"})"), "");
+  EXPECT_EQ(root->member.size(), 3u);
+  // A key restated inside its entry matches by what it reads as.
+  EXPECT_EQ(change(R"({"op":"set","path":"test/root/leaf/Ethernet3/1","value":{"name":"Ethernet3/1"}})"), "");
 }
 
 TEST_F(Codec, ErrorsNameThePathOfTheFault) {
@@ -183,4 +168,92 @@ TEST_F(Codec, GenericDirectoriesNameTheirEntryTypes) {
   ASSERT_TRUE(applyChange(d, c, error)) << error;
   EXPECT_EQ(dir->entry.get<Inner>("one")->text(), "u");
   EXPECT_NE(toJson(dumpState(d)).find("\"@type\":\"Test::Inner\""), std::string::npos);
+}
+
+// --- JSON text ------------------------------------------------------------------------------
+
+namespace {
+
+std::string nested(std::size_t depth, char open, char close, const std::string& inner = "") {
+  return std::string(depth, open) + inner + std::string(depth, close);
+}
+std::string nestedObjects(std::size_t depth) {
+  std::string text;
+  for (std::size_t i = 0; i < depth; ++i) text += R"({"a":)";
+  return text + "1" + std::string(depth, '}');
+}
+
+}  // namespace
+
+TEST(JsonText, NestingIsBoundedAtMaxJsonDepthWhateverTheInput) {
+  struct Case {
+    std::string text;
+    std::string error;  // "" when accepted
+  };
+  const std::vector<Case> cases = {
+      {nested(maxJsonDepth, '[', ']'), ""},
+      {nestedObjects(maxJsonDepth), ""},
+      {nested(maxJsonDepth + 1, '[', ']'), "at 0/0/0/0/0/0/0/0/...: JSON nested deeper than 100 levels"},
+      {nestedObjects(maxJsonDepth + 1), "at a/a/a/a/a/a/a/a/...: JSON nested deeper than 100 levels"},
+      // Far beyond any stack: refused as soon as the bound is passed, nothing recurses.
+      {nested(20000, '[', ']'), "JSON nested deeper than 100 levels"},
+      {nested(20000, '[', ']', "1"), "JSON nested deeper than 100 levels"},
+      {nestedObjects(20000), "JSON nested deeper than 100 levels"},
+      {R"({"x": [1, {"y": )" + nested(99, '[', ']') + "}]}", "at x/1/y/0/0/0/0/0/...: JSON nested deeper"},
+  };
+  for (const auto& c : cases) {
+    std::string error;
+    auto v = parseJson(c.text, error);
+    if (c.error.empty()) {
+      ASSERT_TRUE(v) << error;
+      EXPECT_EQ(toJson(*v), c.text);  // and it goes back out the same way
+    } else {
+      EXPECT_FALSE(v);
+      EXPECT_NE(error.find(c.error), std::string::npos) << c.text.substr(0, 40) << "\n  gave: " << error;
+    }
+  }
+}
+
+TEST(JsonText, AnObjectNamesEachMemberOnce) {
+  std::string wide = "{";  // past the size where members are indexed
+  for (int i = 0; i < 40; ++i) wide += "\"m" + std::to_string(i) + "\":" + std::to_string(i) + ",";
+  const std::vector<std::pair<std::string, std::string>> cases = {
+      {R"({"op":"set","op":"del"})", "duplicate member \"op\""},
+      {R"({"a":{"b":[{"c":1,"c":2}]}})", "at a/b/0: duplicate member \"c\""},
+      {wide + R"("m39":0})", "duplicate member \"m39\""},
+      {wide + R"("m0":0})", "duplicate member \"m0\""},
+      {R"({"a":1,"b":{"a":2}})", ""},
+      {wide + R"("m40":40})", ""},
+  };
+  for (const auto& [text, expected] : cases) {
+    std::string error;
+    auto v = parseJson(text, error);
+    if (expected.empty()) {
+      ASSERT_TRUE(v) << error;
+      EXPECT_EQ(toJson(*v), text) << "members keep their order";
+    } else {
+      EXPECT_FALSE(v) << text;
+      EXPECT_EQ(error, expected) << text;
+    }
+  }
+}
+
+TEST(JsonText, NumbersStringsAndMalformedText) {
+  std::string error;
+  auto v = parseJson(R"([-5, 5, 18446744073709551615, 2.5, 1e3, "\u00e9", null, true])", error);
+  ASSERT_TRUE(v) << error;
+  const auto& a = v->asArray();
+  EXPECT_EQ(a[0].kind(), Value::Kind::integer);
+  EXPECT_EQ(a[1].kind(), Value::Kind::unsignedInteger);
+  uint64_t big = 0;
+  EXPECT_TRUE(a[2].toUint64(big));
+  EXPECT_EQ(big, 18446744073709551615u);
+  EXPECT_EQ(a[3].kind(), Value::Kind::real);
+  EXPECT_TRUE(a[4].isIntegral());
+  EXPECT_EQ(a[5].asString(), "\xc3\xa9");
+  for (const std::string& bad : {std::string("{\"a\":"), std::string("{\"a\":1} x"), std::string("\"\xff\""),
+                                std::string("1e400"), std::string(""), std::string("{'a':1}")}) {
+    EXPECT_FALSE(parseJson(bad, error)) << bad;
+    EXPECT_EQ(error.rfind("malformed JSON: ", 0), 0u) << error;
+  }
 }

@@ -68,6 +68,9 @@ struct Root : platform::EntityOf<Root> {
   platform::Child<Inner> inner{this};
   platform::Attr<platform::Ptr<Inner>> optional{this};
   platform::Coll<std::string, platform::Ref<const Leaf>> reference{this};
+  // Interface names kept as strings: string order, interface-name input rules.
+  platform::Set<std::string, platform::IntfNameTraits> member{this};
+  platform::Attr<std::string, platform::IntfNameTraits> uplink{this};
   template <class D>
   void fields(D& d) {
     d("flag", flag);
@@ -80,6 +83,8 @@ struct Root : platform::EntityOf<Root> {
     d("inner", inner);
     d("optional", optional);
     d("reference", reference);
+    d("member", member);
+    d("uplink", uplink);
   }
 };
 

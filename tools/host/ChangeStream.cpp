@@ -35,7 +35,17 @@ bool onlyMembers(const Value& line, const std::string& op, std::initializer_list
   return true;
 }
 
+bool continuesCharacter(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
+
 }  // namespace
+
+std::string shortened(std::string message, std::size_t limit) {
+  if (message.size() <= limit) return message;
+  std::size_t head = limit / 2, tail = message.size() - limit / 2;
+  while (head > 0 && continuesCharacter(message[head])) --head;
+  while (tail < message.size() && continuesCharacter(message[tail])) ++tail;
+  return message.substr(0, head) + " [... " + std::to_string(tail - head) + " bytes ...] " + message.substr(tail);
+}
 
 ChangeStream::ChangeStream(AgentHost& host, Outputs outputs, std::vector<std::string> dumpMounts)
     : host_(host), out_(outputs), dumpMounts_(std::move(dumpMounts)) {}
@@ -138,7 +148,7 @@ ChangeStream::Outcome ChangeStream::runStream(std::istream& in, const std::strin
     std::string error;
     Outcome outcome = runLine(line, error);
     if (outcome == Outcome::rejected || outcome == Outcome::failed) {
-      if (out_.errors) *out_.errors << name << ':' << number << ": " << error << std::endl;
+      if (out_.errors) *out_.errors << name << ':' << number << ": " << shortened(error) << std::endl;
       if (outcome == Outcome::failed || strict) return outcome;
     }
   }

@@ -18,6 +18,11 @@
 
 namespace host {
 
+// A message no longer than about `limit` bytes: a very long one (a line holding a megabyte
+// of name) keeps its start and its end, which say where and what, around a note of what was
+// left out. Cuts fall between UTF-8 characters.
+std::string shortened(std::string message, std::size_t limit = 600);
+
 class ChangeStream {
  public:
   struct Outputs {

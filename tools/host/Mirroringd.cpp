@@ -23,7 +23,7 @@ constexpr int exitRejected = 1;
 constexpr int exitStartup = 2;
 
 int startupError(const std::string& message) {
-  std::cerr << "mirroringd: " << message << std::endl;
+  std::cerr << "mirroringd: " << shortened(message) << std::endl;
   return exitStartup;
 }
 
@@ -102,6 +102,10 @@ int runMirroringd(int argc, const char* const* argv) {
   if (!parseOptions(argc, argv, opts, error)) return startupError(error + " (see --help)");
   if (opts.help) {
     std::cout << usage();
+    return 0;
+  }
+  if (opts.version) {
+    std::cout << versionLine();
     return 0;
   }
 

@@ -106,6 +106,8 @@ bool parseOptions(int argc, const char* const* argv, Options& out, std::string& 
       out.listMessages = true;
     } else if (name == "--help" || name == "-h") {
       out.help = true;
+    } else if (name == "--version") {
+      out.version = true;
     } else {
       error = "unknown option " + name;
       return false;
@@ -133,6 +135,8 @@ std::string defaultPluginPath() {
   return (dir / ".." / "lib" / "libMirroring.so").lexically_normal().string();
 }
 
+std::string versionLine() { return std::string("mirroringd ") + MIRRORING_VERSION + "\n"; }
+
 std::string usage() {
   return R"(usage: mirroringd [options] [STATE_FILE]
 
@@ -156,6 +160,7 @@ mount path to content, loaded after the agent declared its mounts.
   --view               print the readable view at the end
   --list-messages      print every syslog message definition and exit
   --help               print this text and exit
+  --version            print the version and exit
 
 Exit codes: 0 success, 1 a line was rejected under --strict, 2 a start-up error.
 The formats of every input and output are described in docs/formats.md.

@@ -29,6 +29,7 @@ struct Options {
   bool view = false;
   bool listMessages = false;
   bool help = false;
+  bool version = false;
 };
 
 // Reads argv[1..argc); false with `error` set for anything it cannot accept. The plug-in
@@ -37,6 +38,8 @@ bool parseOptions(int argc, const char* const* argv, Options& out, std::string& 
 
 // The text printed by --help.
 std::string usage();
+// The line printed by --version: the program and the project's version.
+std::string versionLine();
 
 // Where the agent plug-in is looked for by default: libMirroring.so in ../lib relative to the
 // directory of the running executable.

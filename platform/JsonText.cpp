@@ -1,0 +1,187 @@
+// JSON text to Value and back.
+//
+// Reading is one pass of the parser's event interface straight into a Value: no intermediate
+// tree, and the place where the limits of input are kept (nesting depth, members named once).
+// Nothing that later walks a Value recursively (the codec, brief(), toJson, destructors) can
+// then meet a value deeper than maxJsonDepth.
+#include <nlohmann/json.hpp>
+#include <unordered_set>
+
+#include "platform/Codec.h"
+
+namespace platform {
+
+namespace {
+
+using Json = nlohmann::json;
+
+// Builds a Value from the parser's events. Each open array or object is a frame; a new value
+// goes into the innermost frame, whose Value stays in place until it closes (values are only
+// ever added to the innermost container).
+class ValueBuilder {
+ public:
+  explicit ValueBuilder(std::string& error) : error_(error) {}
+
+  Value& result() { return *root_; }
+
+  bool null() { return put(Value()); }
+  bool boolean(bool b) { return put(Value(b)); }
+  bool number_integer(Json::number_integer_t i) { return put(Value(int64_t(i))); }
+  bool number_unsigned(Json::number_unsigned_t u) { return put(Value(uint64_t(u))); }
+  bool number_float(Json::number_float_t d, const std::string&) { return put(Value(double(d))); }
+  bool string(std::string& s) { return put(Value(std::move(s))); }
+  bool binary(Json::binary_t&) { return fail("", "binary values are not JSON text"); }
+  bool start_object(std::size_t) { return open(Value::object()); }
+  bool start_array(std::size_t) { return open(Value::array()); }
+  bool end_object() { return close(); }
+  bool end_array() { return close(); }
+
+  // The member goes in with its value (the next event); until then its name waits here.
+  bool key(std::string& k) {
+    pendingKey_ = std::move(k);
+    if (isDuplicate(frames_.back())) return fail(where(), "duplicate member \"" + pendingKey_ + "\"");
+    return true;
+  }
+
+  bool parse_error(std::size_t, const std::string&, const nlohmann::detail::exception& e) {
+    error_ = std::string("malformed JSON: ") + e.what();
+    return false;
+  }
+
+ private:
+  // Objects up to this size are searched for a repeated member; larger ones keep an index.
+  static constexpr std::size_t kLinearMembers = 16;
+
+  // An index of an object's members by position; the position kPending is the member whose
+  // name was read and whose value was not yet.
+  static constexpr std::size_t kPending = std::size_t(-1);
+  struct MemberName {
+    const Value::Object* members;
+    const std::string* pending;
+    const std::string& operator()(std::size_t i) const { return i == kPending ? *pending : (*members)[i].first; }
+  };
+  struct MemberHash {
+    MemberName name;
+    std::size_t operator()(std::size_t i) const { return std::hash<std::string>{}(name(i)); }
+  };
+  struct MemberEqual {
+    MemberName name;
+    bool operator()(std::size_t a, std::size_t b) const { return name(a) == name(b); }
+  };
+  using MemberIndex = std::unordered_set<std::size_t, MemberHash, MemberEqual>;
+
+  struct Frame {
+    Value* value;
+    std::unique_ptr<MemberIndex> index;  // objects past kLinearMembers only
+  };
+
+  bool isDuplicate(Frame& f) {
+    const Value::Object& members = f.value->asObject();
+    if (f.index) return f.index->count(kPending) != 0;
+    for (const auto& member : members) {
+      if (member.first == pendingKey_) return true;
+    }
+    if (members.size() == kLinearMembers) {
+      MemberName name{&members, &pendingKey_};
+      f.index = std::make_unique<MemberIndex>(4 * kLinearMembers, MemberHash{name}, MemberEqual{name});
+      for (std::size_t i = 0; i < members.size(); ++i) f.index->insert(i);
+    }
+    return false;
+  }
+
+  Value* put(Value v) {
+    if (frames_.empty()) return &root_.emplace(std::move(v));
+    Frame& top = frames_.back();
+    if (top.value->isArray()) return &top.value->asArray().emplace_back(std::move(v));
+    Value::Object& members = top.value->asObject();
+    members.emplace_back(std::move(pendingKey_), std::move(v));
+    if (top.index) top.index->insert(members.size() - 1);
+    return &members.back().second;
+  }
+
+  bool open(Value container) {
+    if (frames_.size() == maxJsonDepth) {
+      return fail(where(), "JSON nested deeper than " + std::to_string(maxJsonDepth) + " levels");
+    }
+    Value* v = put(std::move(container));
+    frames_.push_back({v, nullptr});
+    return true;
+  }
+  bool close() {
+    frames_.pop_back();
+    return true;
+  }
+
+  // Where the innermost open container is: the member names and array positions that lead to
+  // it from the top, the first kShownSegments of them.
+  static constexpr std::size_t kShownSegments = 8;
+  std::string where() const {
+    std::string path;
+    for (std::size_t i = 0; i + 1 < frames_.size(); ++i) {
+      if (i == kShownSegments) return path + "/...";
+      const Value& v = *frames_[i].value;
+      if (!path.empty()) path += '/';
+      path += v.isArray() ? std::to_string(v.asArray().size() - 1) : v.asObject().back().first;
+    }
+    return path;
+  }
+
+  bool fail(const std::string& path, const std::string& fault) {
+    error_ = path.empty() ? fault : "at " + path + ": " + fault;
+    return false;
+  }
+
+  std::string& error_;
+  std::optional<Value> root_;
+  std::string pendingKey_;
+  std::vector<Frame> frames_;
+};
+
+// Output keeps the order of object members, so it goes through the order-keeping variant.
+using OrderedJson = nlohmann::ordered_json;
+
+OrderedJson toJsonValue(const Value& v) {
+  switch (v.kind()) {
+    case Value::Kind::null: return nullptr;
+    case Value::Kind::boolean: return v.asBool();
+    case Value::Kind::integer: {
+      int64_t i = 0;
+      v.toInt64(i);
+      return i;
+    }
+    case Value::Kind::unsignedInteger: {
+      uint64_t u = 0;
+      v.toUint64(u);
+      return u;
+    }
+    case Value::Kind::real: return v.asReal();
+    case Value::Kind::string: return v.asString();
+    case Value::Kind::array: {
+      OrderedJson out = OrderedJson::array();
+      for (const auto& item : v.asArray()) out.push_back(toJsonValue(item));
+      return out;
+    }
+    case Value::Kind::object: {
+      OrderedJson out = OrderedJson::object();
+      // Appended as they come: a Value object holds each name once, and looking each name up
+      // first (as operator[] does) would make large objects quadratic.
+      auto& members = out.get_ref<OrderedJson::object_t&>();
+      using Members = OrderedJson::object_t::Container;
+      for (const auto& [k, item] : v.asObject()) static_cast<Members&>(members).emplace_back(k, toJsonValue(item));
+      return out;
+    }
+  }
+  return nullptr;
+}
+
+}  // namespace
+
+std::optional<Value> parseJson(std::string_view text, std::string& error) {
+  ValueBuilder builder(error);
+  if (!Json::sax_parse(text.data(), text.data() + text.size(), &builder)) return std::nullopt;
+  return std::move(builder.result());
+}
+
+std::string toJson(const Value& v, int indent) { return toJsonValue(v).dump(indent); }
+
+}  // namespace platform

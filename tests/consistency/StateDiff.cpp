@@ -76,30 +76,9 @@ const json* valueAt(const json& dump, const std::string& path) {
 
 namespace {
 
-bool isInactive(const json* status) {
-  return status && status->is_object() && status->contains("state") && (*status)["state"] == "inactive";
-}
-
-// A refused source or destination keeps the reason it was refused for while it stays refused
-// (docs/mirroring.md, "Hand-over": a source refused for another reason stays as it is); a
-// restart judges it afresh and may name another reason. Only the reason of an entry inactive
-// on both sides may differ.
-bool refusalReason(const Difference& d, const json& before, const json& after) {
-  if (d.path.rfind("mirroring/status/sessionStatus/", 0) != 0) return false;
-  std::string entry = d.path;
-  const std::string reason = "/reason";
-  if (entry.size() > reason.size() && entry.compare(entry.size() - reason.size(), reason.size(), reason) == 0) {
-    entry.resize(entry.size() - reason.size());
-  }
-  if (entry.find("/srcOperStatus/") == std::string::npos && entry.find("/targetOperStatus/") == std::string::npos) {
-    return false;
-  }
-  return isInactive(valueAt(before, entry)) && isInactive(valueAt(after, entry));
-}
-
 // A mode change from tap-and-tool (or tool) to tap keeps the port's tool role, and the reverse
 // its tap role, on purpose; a restart confirms only what the modes ask for and sweeps the rest
-// (docs/tapagg.md, "Port status" and "Restart").
+// (docs/tapagg.md, "Port status"; docs/restart.md, "The exceptions").
 bool tapAggLeftoverRole(const Difference& d, const json& before, const json&) {
   static const std::string hw = "tapagg/hwconfig/", groups = "tapagg/status/group/";
   if (!d.before || d.after) return false;  // only a sweep
@@ -135,22 +114,36 @@ bool tapAggLeftoverRole(const Difference& d, const json& before, const json&) {
   return inGroup == "tapPort" || inGroup == "toolPort" ? allLeftovers(json{{inGroup, *d.before}}) : false;
 }
 
+const std::string kErrdisable = "interface/errdisable/cause/tapagg/intfStatus/";
+
 // An errdisable entry carries the clock time of the last judgement that found the conflict; a
-// restart judges again and rewrites it when the clock moved (docs/tapagg.md, "Restart").
+// restart judges again and rewrites it (docs/restart.md, "The exceptions").
 bool errdisableTime(const Difference& d, const json&, const json&) {
-  return d.path.rfind("interface/errdisable/cause/tapagg/intfStatus/", 0) == 0 && d.before && d.after &&
-         d.before->is_number() && d.after->is_number();
+  return d.path.rfind(kErrdisable, 0) == 0 && d.before && d.after && d.before->is_number() && d.after->is_number();
+}
+
+// Errdisable reads the slice profiles and the Port-Channels' statuses, but a change of either
+// judges nothing: it takes effect at each interface's next judgement, and a start-up judges all
+// (docs/restart.md, "The exceptions"). Only mixed mode reads them, and only for Ethernet
+// interfaces; the difference is an entry that comes or goes, not a time.
+bool errdisableNotJudged(const Difference& d, const json& before, const json&) {
+  if (d.path.rfind(kErrdisable, 0) != 0 || (d.before && d.after)) return false;
+  const json* mode = valueAt(before, "tapagg/cliconfig/mode");
+  const bool mixed = mode && (*mode == "tapAggModeMixed" || *mode == 2);
+  return mixed && d.path.compare(kErrdisable.size(), 8, "Ethernet") == 0;
 }
 
 }  // namespace
 
+// Exactly the differences docs/restart.md lists, and nothing next to them.
 const std::vector<ExceptionFilter>& restartExceptions() {
   static const std::vector<ExceptionFilter> list = {
-      {"refusalReason", "docs/mirroring.md: a refused source or destination stays as it is until judged again",
-       refusalReason},
-      {"tapAggLeftoverRole", "docs/tapagg.md: the role a mode change leaves behind is swept by a restart",
+      {"errdisableTime", "docs/restart.md: an errdisable entry's time is rewritten at each judgement", errdisableTime},
+      {"errdisableNotJudged",
+       "docs/restart.md: a slice-profile or Port-Channel status change takes effect at the next judgement",
+       errdisableNotJudged},
+      {"tapAggLeftoverRole", "docs/restart.md: a role a switchport-mode change left behind is swept at start-up",
        tapAggLeftoverRole},
-      {"errdisableTime", "docs/tapagg.md: a restart rewrites errdisable times when the clock moved", errdisableTime},
   };
   return list;
 }

@@ -226,7 +226,7 @@ void ConfigSm::sweep() {
   }
   for (const auto& [name, intf, dest] : released) handleIntfClaimChanged(name, intf, dest);
   // Room the sweep freed goes to the sessions that waited for it.
-  if (sessionsSwept && !waiting_.empty()) handleSession();
+  if (sessionsSwept) retryWaiting();
 }
 
 void ConfigSm::handleSession() {
@@ -273,9 +273,37 @@ bool ConfigSm::roomForSession(const std::string& name) const {
   // And an id: its own from an earlier run, or a free one.
   if (claimedId(name) >= 0) return true;
   for (const auto& [id, owner] : globalSessionId_) {
+    if (id > idBound()) break;
     if (owner.empty()) return true;
   }
   return false;
+}
+
+uint32_t ConfigSm::idBound() const {
+  const uint32_t maxSessions = mirroringHwCapability_ ? mirroringHwCapability_->maxSupportedSessions() : 0;
+  return std::min<uint32_t>(maxSessions, 255);
+}
+
+// A restart gives a session whose id lies beyond the table the lowest free id, in the order it
+// creates sessions (configuration order, a companion right after its session); a running
+// agent does the same when the limit shrinks, so that hardware ids stay where the hardware
+// has sessions, and a restart changes none.
+void ConfigSm::renumberBeyondBound() {
+  const uint32_t bound = idBound();
+  for (const auto& name : mirroringConfig_->session.keys()) {
+    for (const auto& smName : {name, fwdingDropSessionName(name)}) {
+      Ptr<SessionSm> sm = sessionSm(smName);
+      if (!sm || sm->sessionId() <= bound) continue;
+      for (auto& [id, owner] : globalSessionId_) {
+        if (id > bound) break;
+        if (!owner.empty()) continue;
+        globalSessionId_[sm->sessionId()].clear();
+        owner = smName;
+        sm->renumber(id);
+        break;
+      }
+    }
+  }
 }
 
 // The id an earlier run gave a session, as its hardware copy or else its status carries it,
@@ -305,6 +333,10 @@ void ConfigSm::claimIds() {
   }
 }
 
+void ConfigSm::retryWaiting() {
+  if (!waiting_.empty() && mirroringStatus_->sessionStatus.size() < sessionLimit()) handleSession();
+}
+
 void ConfigSm::refuseForRoom(const std::string& name) {
   const uint16_t maxSessions = mirroringHwCapability_ ? mirroringHwCapability_->maxSupportedSessions() : 0;
   TRACE(2, "Max sessions reached. Could not create SessionSm for ", name);
@@ -317,7 +349,7 @@ void ConfigSm::companionDel(const std::string& name) {
   TRACE(2, "Deleting session ", name);
   sessionSmDel(name);
   mirroringStatus_->sessionStatusDel(name);
-  if (!waiting_.empty()) handleSession();
+  retryWaiting();
 }
 
 void ConfigSm::handleSession(const std::string& name) {
@@ -349,7 +381,7 @@ void ConfigSm::handleSession(const std::string& name) {
   const bool hadStatus = mirroringStatus_->sessionStatus.contains(name);
   deleteSession(name);
   // Its room (and its companion's) goes to whoever waits for it.
-  if (hadStatus && !waiting_.empty()) handleSession();
+  if (hadStatus) retryWaiting();
 }
 
 void ConfigSm::deleteSession(const std::string& name) {
@@ -405,6 +437,7 @@ uint8_t ConfigSm::allocGlobalSessionId(const std::string& name) {
     return uint8_t(claimed);
   }
   for (auto& [id, owner] : globalSessionId_) {
+    if (id > idBound()) break;
     if (!owner.empty()) continue;
     owner = name;
     TRACE(1, *this, "::allocGlobalSessionId", " allocated id:", unsigned(id), " for session:", name);
@@ -443,6 +476,10 @@ void ConfigSm::handleMaxSupportedSessions() {
       waiting_.insert(sessionName);
     }
     PLATFORM_ASSERT(globalSessionIdCount_ <= limit);
+    renumberBeyondBound();
+    // A squeezed-out session took its companion with it, though the companion's id was kept:
+    // that room goes to whoever waits.
+    retryWaiting();
     return;
   }
   // One entry more than the limit admits; ids are 8 bits wide, so the table stops at 255.
@@ -450,6 +487,7 @@ void ConfigSm::handleMaxSupportedSessions() {
   // Ids that hardware copies and statuses carry are kept for their sessions; an id outside the
   // table, or one an earlier claim (in name order) holds already, is not.
   claimIds();
+  renumberBeyondBound();
   handleSession();
 }
 

@@ -181,6 +181,8 @@ class SessionSm : public platform::RefCounted {
   bool initialized() const { return initialized_; }
   // Told to die: no longer part of anyone's decisions.
   bool dying() const { return dying_; }
+  // Takes another hardware id (the limit shrank below the one it had).
+  void renumber(uint8_t id);
   ConfigSm* configSm() const { return configSm_; }
 
   void handleInitialized();
@@ -236,6 +238,10 @@ class SessionSm : public platform::RefCounted {
                      const Ptr<const Acl::AclTypeConfig>& macAclConfig, bool forwardingDrop) const;
 
  private:
+  // The device name the hardware published for the session, if any.
+  const std::string* publishedDeviceName() const;
+  // The hardware's name for the device, else "mirror<id>".
+  void writeDeviceName();
   void activeDestIs(const std::string& name);
   void activeDestDel(const std::string& name);
   // Writes one destination's status (and `activeDest` for configured destinations), without
@@ -326,12 +332,20 @@ class ConfigSm : public platform::RefCounted {
   void sessionSmDel(const std::string& name);
   const std::map<std::string, Ptr<SessionSm>>& sessionSms() const { return sessionSm_; }
   void staleSessionSmDel(const std::string& name) { staleSessionSm_.erase(name); }
+  bool staleSessionSmHas(const std::string& name) const { return staleSessionSm_.count(name) != 0; }
   // Whether a session of this name has (or may take) a status within the hardware's limit.
   bool roomForSession(const std::string& name) const;
   // The id an earlier run gave the session, while the table keeps it for it; else -1.
   int claimedId(const std::string& name) const;
   // Keeps the ids that hardware copies, then statuses, carry for their sessions.
   void claimIds();
+  // The highest id the limit admits: the table's last entry.
+  uint32_t idBound() const;
+  // Gives the running sessions whose ids the limit no longer admits the lowest free ones, in
+  // the order a start-up would give them ids.
+  void renumberBeyondBound();
+  // Room was freed: the sessions and companions that wait for it are tried again.
+  void retryWaiting();
   // A session or companion found no room: it says so, and waits for room to be freed.
   void refuseForRoom(const std::string& name);
   void admitWaitingCompanions();

@@ -71,13 +71,11 @@ void SessionSm::handleInitialized() {
   initialized_ = true;
   sessionId_ = configSm_->allocGlobalSessionId(name_);
   sessionStatus_->sessionId.set(sessionId_);
-  char device[32];
-  std::snprintf(device, sizeof device, "mirror%d", int(sessionId_));
-  std::string deviceName = device;
-  if (auto hwStatus = configSm_->mirroringHwStatus()) {
-    if (const std::string* published = hwStatus->mirrorDeviceName.find(name_)) deviceName = *published;
-  }
-  sessionStatus_->mirrorDeviceName.set(deviceName);
+  // A status an earlier run left with no device name is one whose hardware withdrew the name
+  // it had published: it stays without one, as it would have without the restart.
+  const bool withdrawn =
+      configSm_->staleSessionSmHas(name_) && sessionStatus_->mirrorDeviceName().empty() && !publishedDeviceName();
+  if (!withdrawn) writeDeviceName();
   mark();
   // The destinations an earlier run published as active keep their places: on hardware with
   // one destination per session the destination that won must not be challenged again by one
@@ -101,6 +99,30 @@ void SessionSm::handleInitialized() {
   handleTxGreMetadataEnabled();
   sweep();
   configSm_->staleSessionSmDel(name_);
+}
+
+const std::string* SessionSm::publishedDeviceName() const {
+  const auto& hwStatus = configSm_->mirroringHwStatus();
+  return hwStatus ? hwStatus->mirrorDeviceName.find(name_) : nullptr;
+}
+
+void SessionSm::writeDeviceName() {
+  if (const std::string* published = publishedDeviceName()) {
+    sessionStatus_->mirrorDeviceName.set(*published);
+    return;
+  }
+  char device[32];
+  std::snprintf(device, sizeof device, "mirror%d", int(sessionId_));
+  sessionStatus_->mirrorDeviceName.set(device);
+}
+
+void SessionSm::renumber(uint8_t id) {
+  TRACE(2, *this, " takes id ", unsigned(id), " instead of ", unsigned(sessionId_));
+  const bool ownName = !publishedDeviceName() && !sessionStatus_->mirrorDeviceName().empty();
+  sessionId_ = id;
+  sessionStatus_->sessionId.set(id);
+  if (ownName) writeDeviceName();
+  doMaybeUpdateHwConfig();
 }
 
 void SessionSm::mark() {
@@ -323,12 +345,13 @@ OperStatus SessionSm::destStatus(const std::string& name) const {
   const platform::IntfId intf(name);
   // A tunnel this session resolves its key to keeps its status while no longer named.
   if (!session_->targetIntf.contains(name)) return tunnelStatus(intf);
-  // A named tunnel stands for the one the session's key resolves to: without a key that has a
-  // destination address there is nothing to decide on yet.
-  if (intf.isGreTunnel() && !session_->greTunnelKey().hasUsableDestination() && intf != resolvedGreIntf()) {
-    return OperStatus();
-  }
-  return getDestOperStatus(*configSm_, session_, name);
+  if (!intf.isGreTunnel()) return getDestOperStatus(*configSm_, session_, name);
+  // A named tunnel stands for the one the session's own key resolves to (the drop key's, for a
+  // companion): without a key that has a destination address there is nothing to decide on
+  // yet; with one, it is judged by that key's VRF.
+  const GreTunnelKey& key = forwardingDrop_ ? session_->dropGreTunnelKey() : session_->greTunnelKey();
+  if (!key.hasUsableDestination() && intf != resolvedGreIntf()) return OperStatus();
+  return greDestOperStatus(*configSm_, key.vrf);
 }
 
 void SessionSm::handleActiveDest() {
@@ -381,7 +404,7 @@ void SessionSm::handleGreTunnelKey() {
   // The companion's tunnel is its parent's drop key's; the key only tells it the VRF its
   // parent's destinations are judged by.
   if (forwardingDrop_) {
-    handleDest();
+    doMaybeUpdateHwConfig();  // its hardware copy carries its parent's key
     return;
   }
   platform::IntfId intf = handleGreTunnelKeyToIntfId(prevGreIntfId_, session_->greTunnelKey());
@@ -403,6 +426,7 @@ void SessionSm::handleDropGreTunnelKey() {
     writeTunnelStatus(tunnel);
     if (old != tunnel) writeTunnelStatus(old);
     doMaybeUpdateHwConfig();
+    handleDest();  // its GRE targets stand for this tunnel
     return;
   }
   prevDropGreIntfId_ = handleGreTunnelKeyToIntfId(prevDropGreIntfId_, session_->dropGreTunnelKey());

@@ -208,26 +208,20 @@ void ErrDisableSm::doUpdateErrDisableCauseStatus(const platform::IntfId& intf) {
   const platform::IntfId subject = mixed ? intf : activeIntf(intf);
   const bool need = errDisableNeeded(subject);
   TRACE(8, " activeIntf ", subject, " errdisable state ", need);
-  const bool isLag = ethLagIntfStatusDir_ && ethLagIntfStatusDir_->intfStatus.contains(intf);
-  std::vector<platform::IntfId> members;
-  if (isLag && lagConfig_) {
-    for (const auto& [member, config] : lagConfig_->phyIntf) {
-      if (config->lag() == intf && tracksPhyIntf(member)) members.push_back(member);
-    }
-  }
-  if (!need) {
-    release(intf);
-    for (const auto& member : members) {
-      if (mixed && errDisableNeeded(member)) {
-        errDisable(member);
-      } else {
-        release(member);
-      }
-    }
-  } else {
+  if (need) {
     errDisable(intf);
-    for (const auto& member : members) errDisable(member);
+  } else {
+    release(intf);
   }
+  // The members of a LAG are judged by their LAG: each is judged again now, by the rule that
+  // judges it on its own (by its LAG outside mixed mode, by itself in it), also where the LAG
+  // has no status (yet), so that a member is disabled exactly as a start-up would disable it.
+  if (!lagConfig_ || !intf.isPortChannel()) return;
+  std::vector<platform::IntfId> members;
+  for (const auto& [member, config] : lagConfig_->phyIntf) {
+    if (config->lag() == intf && tracksPhyIntf(member) && !member.isPortChannel()) members.push_back(member);
+  }
+  for (const auto& member : members) doUpdateErrDisableCauseStatus(member);
 }
 
 // --- handlers --------------------------------------------------------------------------------

@@ -319,6 +319,45 @@ std::vector<Reproducer> reproducers() {
                      EXPECT_EQ(statusOf(o.last(), "b")["sessionId"], 1);
                      EXPECT_EQ(statusOf(o.last(), "b")["mirrorDeviceName"], "mirror1");
                    }});
+  // The companion's GRE targets stand for its own (drop) tunnel: judged by the drop key's VRF,
+  // and its copy follows its parent's keys.
+  Json companionGre = {{"mirroring/hwcapability", capability(4)}};
+  companionGre["mirroring/config"]["session"]["s"] = {
+      {"targetIntf", {"Gre0"}},
+      {"greTunnelKey", greKey("10.0.0.1", "192.0.2.2")},
+      {"dropGreTunnelKey", {{"dstIpAddr", "2001:db8::99"}, {"vrf", "red"}}}};
+  cases.push_back({"a companion's tunnel targets follow its own tunnel", companionGre,
+                   {setAt("mirroring/config/session/s/greTunnelKey", greKey("10.0.0.1", "192.0.2.3"))},
+                   [](const Outcome& o) {
+                     const Json companion = statusOf(o.last(), "__fwdingDrop_s");
+                     EXPECT_EQ(companion["targetOperStatus"]["Gre0"], inactive("VRF red is not configured."));
+                     EXPECT_FALSE(o.last()[kHwConfig]["session"].contains("__fwdingDrop_s"));
+                     EXPECT_EQ(hwOf(o.last(), "s")["greTunnelKey"]["dstIpAddr"], "192.0.2.3");
+                   }});
+
+  // A smaller limit: the session squeezed out takes its companion along, and the room left is
+  // given again; ids beyond the limit are given up for the lowest free ones, as a restart
+  // would; a device name the hardware withdrew stays withdrawn.
+  Json shrink = {{"mirroring/hwcapability", capability(3)}};
+  shrink["mirroring/config"]["session"]["s3"] = session({}, {});
+  cases.push_back({"a smaller limit keeps no companion without its session", shrink,
+                   {addSession("s2", session({}, {})), delSession("s3"),
+                    setAt("mirroring/config/session/s2/dropGreTunnelKey", {{"dstIpAddr", "2001:db8::99"}}),
+                    setAt("mirroring/hwcapability/maxSupportedSessions", 1)},
+                   [](const Outcome& o) {
+                     EXPECT_THAT(keys(o.last()[kStatus]["sessionStatus"]), ElementsAre("s2"));
+                     EXPECT_EQ(statusOf(o.last(), "s2")["sessionId"], 0);
+                   }});
+  Json renumber = {{"mirroring/hwcapability", capability(8)}};
+  for (const char* name : {"s1", "s2", "s3"}) renumber["mirroring/config"]["session"][name] = session({}, {});
+  cases.push_back({"ids beyond a smaller limit are given up", renumber,
+                   {delSession("s1"), delSession("s2"), setAt("mirroring/hwcapability/maxSupportedSessions", 1),
+                    setAt("mirroring/hwstatus/mirrorDeviceName/s3", "mon2"), del("mirroring/hwstatus/mirrorDeviceName/s3")},
+                   [](const Outcome& o) {
+                     EXPECT_EQ(statusOf(o.last(), "s3")["sessionId"], 0);
+                     EXPECT_EQ(statusOf(o.last(), "s3")["mirrorDeviceName"], "");
+                   }});
+
   // Tap aggregation. A port that becomes a mirror destination while out of the hardware (a
   // LAG member) says so in its groups, as a start-up would.
   const Json destOutOfHw = Json::parse(R"({
@@ -356,6 +395,19 @@ std::vector<Reproducer> reproducers() {
                      EXPECT_EQ(groups["g3"]["toolPort"]["Ethernet1"]["reason"], "Interface status not found,");
                      EXPECT_THAT(keys(groups), ElementsAre("g3"));
                      EXPECT_EQ(o.last()["tapagg/hwconfig"]["tapPort"], Json::object());
+                   },
+                   kTapAggMounts});
+
+  // A member is judged by its Port-Channel's switchport mode also while the Port-Channel has
+  // no status.
+  const Json member = Json::parse(R"({
+      "interface/status/eth/intf": {"intfStatus": {"Ethernet2": {}}},
+      "lag/config": {"phyIntf": {"Ethernet2": {"lag": "Port-Channel2"}}}})");
+  cases.push_back({"a member follows its Port-Channel's switchport mode", member,
+                   {setAt("bridging/config/switchIntfConfig/Port-Channel2", {{"switchportMode", 5}})},
+                   [](const Outcome& o) {
+                     EXPECT_THAT(keys(o.last()["interface/errdisable/cause/tapagg"]["intfStatus"]),
+                                 ElementsAre("Ethernet2"));
                    },
                    kTapAggMounts});
 

@@ -23,12 +23,13 @@ struct ErrDisableSm::SwitchIntfReactor {
     initialized = true;
     handleSwitchportMode();
   }
-  // The switchport configuration is gone: nothing of its own conflicts any more. A LAG member
-  // is still judged by its LAG, as a start-up would judge it.
+  // The switchport configuration is gone: nothing of its own conflicts any more. What still
+  // reads it is judged again, as a start-up would judge it: a LAG member by its LAG, a LAG's
+  // members by what their LAG is now.
   void prepareToDie() {
     reactor.detachAll();
     if (sm->causeStatus_->intfStatus.contains(intfId)) sm->causeStatus_->intfStatusDel(intfId);
-    if (initialized && sm->tracksPhyIntf(intfId)) sm->doUpdateErrDisableCauseStatus(intfId);
+    if (initialized) sm->doUpdateErrDisableCauseStatus(intfId);
     initialized = false;
   }
 

@@ -413,6 +413,21 @@ std::vector<Reproducer> reproducers() {
                    },
                    kTapAggMounts});
 
+  // And the members of a Port-Channel whose switchport record goes are judged by what it is
+  // now (tap aggregation is off: a tap-and-tool Port-Channel disables its members).
+  const Json memberOfGone = Json::parse(R"({
+      "bridging/config": {"switchIntfConfig": {"Port-Channel1": {"switchportMode": "switchportModeTapTool"}}},
+      "interface/status/eth/intf": {"intfStatus": {"Ethernet3": {}}},
+      "lag/config": {"phyIntf": {"Ethernet3": {"lag": "Port-Channel1"}}}})");
+  cases.push_back({"members of a Port-Channel whose switchport record goes", memberOfGone,
+                   {kDump, del("bridging/config/switchIntfConfig/Port-Channel1")},
+                   [](const Outcome& o) {
+                     EXPECT_THAT(keys(o.dumps.at(0)["interface/errdisable/cause/tapagg"]["intfStatus"]),
+                                 ElementsAre("Ethernet3"));
+                     EXPECT_THAT(keys(o.last()["interface/errdisable/cause/tapagg"]["intfStatus"]), IsEmpty());
+                   },
+                   kTapAggMounts});
+
   // Only an interface that exists is errdisabled, also after a mode change.
   const Json noStatus = Json::parse(R"({
       "bridging/config": {"switchIntfConfig": {"Port-Channel2": {}, "Ethernet5": {}}},

@@ -18,6 +18,7 @@
 // Children hold a plain back pointer to the `ConfigSm` that owns them.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -228,6 +229,8 @@ class SwitchIntfConfigSm : public platform::RefCounted {
   void doDeletePortStatus(const std::string& group, bool isTap, const platform::IntfId& intf);
   void doRemoveInvalidGroups();
   void doCleanup(const platform::IntfId& intf, Bridging::SwitchportMode mode);
+  void doDeleteRoleFromGroups(const platform::IntfId& intf, bool isTap,
+                              const std::function<bool(const std::string&)>& which);
   void doInitCleanup(const platform::IntfId& intf);
 
   void switchIntfConfigIs(const Ptr<const Bridging::SwitchIntfConfig>& config);

@@ -303,7 +303,10 @@ void SwitchIntfConfigSm::doUpdatePortStatusForGroups(const PortStatus& portStatu
   if (!switchIntfConfigDir_) return;
   auto config = switchIntfConfigDir_->switchIntfConfig.get(intf);
   if (!config) return;
-  for (const auto& group : (isTap ? config->tapGroup : config->toolGroup).keys()) {
+  const auto& groups = isTap ? config->tapGroup : config->toolGroup;
+  // A group the port left while it had another mode still shows it in this role: it goes.
+  doDeleteRoleFromGroups(intf, isTap, [&](const std::string& group) { return !groups.contains(group); });
+  for (const auto& group : groups.keys()) {
     TRACE(8, " Updating group ", group, isTap ? " with tap port " : " with tool port ", intf);
     auto groupStatus = status_->groupIs(group);
     parent_->staleGroupSetDel(group);
@@ -342,25 +345,32 @@ void SwitchIntfConfigSm::doRemoveInvalidGroups() {
   }
 }
 
+// Removes the port in one role from every group that shows it so and that `which` names.
+void SwitchIntfConfigSm::doDeleteRoleFromGroups(const platform::IntfId& intf, bool isTap,
+                                                const std::function<bool(const std::string&)>& which) {
+  for (const auto& group : status_->group.keys()) {
+    auto groupStatus = status_->group.get(group);
+    if (!groupStatus || !which(group)) continue;
+    auto& ports = isTap ? groupStatus->tapPort : groupStatus->toolPort;
+    if (!ports.contains(intf.name())) continue;
+    TRACE(8, isTap ? "Remove tap intf " : "Remove tool intf ", intf, " from grp ", group);
+    ports.del(intf.name());
+  }
+}
+
+// A role that goes leaves the hardware and every group that shows the port in it: the groups
+// configured now, and any the port left while it had another mode.
 void SwitchIntfConfigSm::doCleanup(const platform::IntfId& intf, Bridging::SwitchportMode mode) {
-  auto* cli = switchIntfCliConfig(intf);
-  if (!cli) return;
-  const auto& inputSwitchIntfConfig = cli->config();
-  PLATFORM_ASSERT(inputSwitchIntfConfig);
+  if (!switchIntfCliConfig(intf)) return;
   const CleanupRoles roles = cleanupRoles(mode);
+  const auto every = [](const std::string&) { return true; };
   if (roles.tap) {
     hwConfig_->tapPortDel(intf);
-    for (const auto& group : inputSwitchIntfConfig->tapGroup.keys()) {
-      TRACE(8, " delete Tap: ", group);
-      doDeletePortStatus(group, true, intf);
-    }
+    doDeleteRoleFromGroups(intf, true, every);
   }
   if (roles.tool) {
     hwConfig_->toolPortDel(intf);
-    for (const auto& group : inputSwitchIntfConfig->toolGroup.keys()) {
-      TRACE(8, " delete Tool: ", group);
-      doDeletePortStatus(group, false, intf);
-    }
+    doDeleteRoleFromGroups(intf, false, every);
   }
   doRemoveInvalidGroups();
 }
@@ -371,12 +381,9 @@ void SwitchIntfConfigSm::doInitCleanup(const platform::IntfId& intf) {
   TRACE(8, __PRETTY_FUNCTION__, " intf ", intf);
   hwConfig_->tapPortDel(intf);
   hwConfig_->toolPortDel(intf);
-  for (const auto& group : status_->group.keys()) {
-    auto groupStatus = status_->group.get(group);
-    if (!groupStatus) continue;
-    groupStatus->tapPortDel(intf.name());
-    groupStatus->toolPortDel(intf.name());
-  }
+  const auto every = [](const std::string&) { return true; };
+  doDeleteRoleFromGroups(intf, true, every);
+  doDeleteRoleFromGroups(intf, false, every);
   if (const auto& portModeConfig = parent_->portModeConfig()) portModeConfig->portModeDel(intf.name());
   doRemoveInvalidGroups();
 }

@@ -413,6 +413,28 @@ std::vector<Reproducer> reproducers() {
                    },
                    kTapAggMounts});
 
+  // A group a port left while in another mode loses it when the role goes or comes back: the
+  // tool port of g1 turned tap, moved to g2 and g3, then tool again or tap aggregation off.
+  const Json leftGroup = Json::parse(R"({
+      "bridging/config": {"switchIntfConfig": {"Ethernet2": {"switchportMode": "switchportModeTapTool"}}},
+      "bridging/switchIntfConfig": {"switchIntfConfig": {"Ethernet2": {"toolGroup": ["g1", "g3"]}}},
+      "tapagg/cliconfig": {"mode": "tapAggModeExclusive"}})");
+  for (const char* last : {"switchportModeTool", "off"}) {
+    const std::string final = std::string(last) == "off"
+                                  ? setAt("tapagg/cliconfig/mode", "tapAggModeOff")
+                                  : setAt("bridging/config/switchIntfConfig/Ethernet2", {{"switchportMode", last}});
+    cases.push_back({std::string("a group the tool port left while tap, then ") + last, leftGroup,
+                     {setAt("bridging/config/switchIntfConfig/Ethernet2", {{"switchportMode", "switchportModeTap"}}),
+                      setAt("bridging/switchIntfConfig/switchIntfConfig/Ethernet2/toolGroup", Json{"g2", "g3"}), final},
+                     [off = std::string(last) == "off"](const Outcome& o) {
+                       const Json groups = o.last()["tapagg/status"]["group"];
+                       const std::vector<std::string> left = off ? std::vector<std::string>{}
+                                                                 : std::vector<std::string>{"g2", "g3"};
+                       EXPECT_EQ(keys(groups), left);
+                     },
+                     kTapAggMounts});
+  }
+
   // And the members of a Port-Channel whose switchport record goes are judged by what it is
   // now (tap aggregation is off: a tap-and-tool Port-Channel disables its members).
   const Json memberOfGone = Json::parse(R"({

@@ -232,6 +232,7 @@ class SwitchIntfConfigSm : public platform::RefCounted {
   void doDeleteRoleFromGroups(const platform::IntfId& intf, bool isTap,
                               const std::function<bool(const std::string&)>& which);
   void doInitCleanup(const platform::IntfId& intf);
+  void doReviewRawIntfs(const Bridging::Input::SwitchIntfConfig& tapConfig);
 
   void switchIntfConfigIs(const Ptr<const Bridging::SwitchIntfConfig>& config);
   void switchIntfConfigDel(const platform::IntfId& intf);

@@ -49,19 +49,12 @@ void SwitchIntfConfigSm::SwitchIntfConfigReactor::handleInitialized() {
     sm_->doInitCleanup(intfId_);
     return;
   }
-  handleSwitchportMode();
+  handleSwitchportModeReactor();
 }
 
 void SwitchIntfConfigSm::SwitchIntfConfigReactor::handleSwitchportModeReactor() {
   handleSwitchportMode();
-  if (!toggleMirrorDestinationOnTapToolPortEnabled()) return;
-  // The interfaces this port passes on raw are in use while it is a tap port: becoming one,
-  // or ceasing to be one, changes whether they may stay mirror destinations.
-  auto* cli = sm_->switchIntfCliConfig(intfId_);
-  if (!cli) return;
-  for (const auto& raw : cli->config()->tapRawIntf.keys()) {
-    if (auto* rawReactor = sm_->switchIntfConfig(raw)) rawReactor->handleSwitchportMode();
-  }
+  if (auto* cli = sm_->switchIntfCliConfig(intfId_)) sm_->doReviewRawIntfs(*cli->config());
 }
 
 void SwitchIntfConfigSm::SwitchIntfConfigReactor::handleSwitchportMode() {
@@ -130,6 +123,7 @@ void SwitchIntfConfigSm::SwitchIntfConfigReactor::prepareToDie() {
     sm_->doCleanup(intfId_, Bridging::switchportModeTapTool);
     // Nothing keeps the port mode of an interface that is no longer followed.
     if (const auto& portModeConfig = sm_->parent()->portModeConfig()) portModeConfig->portModeDel(intfId_.name());
+    if (auto* cli = sm_->switchIntfCliConfig(intfId_)) sm_->doReviewRawIntfs(*cli->config());
   }
   initialized_ = false;
 }
@@ -166,7 +160,7 @@ void SwitchIntfConfigSm::SwitchIntfCliConfigReactor::handleInitialized() {
     return;
   }
   // A partner that is not initialised yet builds the port when it is.
-  if (partner->initialized()) partner->handleSwitchportMode();
+  if (partner->initialized()) partner->handleSwitchportModeReactor();
 }
 
 void SwitchIntfConfigSm::SwitchIntfCliConfigReactor::handleGroupStatus(const std::string& group, bool isTap) {
@@ -227,6 +221,7 @@ void SwitchIntfConfigSm::SwitchIntfCliConfigReactor::prepareToDie() {
     // an earlier mode left behind included), and its port mode too.
     sm_->doCleanup(intfId_, Bridging::switchportModeTapTool);
     if (const auto& portModeConfig = sm_->parent()->portModeConfig()) portModeConfig->portModeDel(intfId_.name());
+    sm_->doReviewRawIntfs(*config_);
   }
   initialized_ = false;
 }
@@ -295,6 +290,18 @@ void SwitchIntfConfigSm::switchIntfCliConfigIs(const Ptr<const Bridging::Input::
 }
 
 void SwitchIntfConfigSm::switchIntfCliConfigDel(const platform::IntfId& intf) { switchIntfCliConfig_.del(intf); }
+
+// The interfaces a tap port passes on raw are in use while it is a tap port: whatever makes it
+// one or not (its mode, either of its records) decides again whether they may stay mirror
+// destinations.
+void SwitchIntfConfigSm::doReviewRawIntfs(const Bridging::Input::SwitchIntfConfig& tapConfig) {
+  if (!toggleMirrorDestinationOnTapToolPortEnabled()) return;
+  for (const auto& raw : tapConfig.tapRawIntf.keys()) {
+    if (auto* rawReactor = switchIntfConfig(raw); rawReactor && rawReactor->initialized()) {
+      rawReactor->handleSwitchportMode();
+    }
+  }
+}
 
 // --- group statuses --------------------------------------------------------------------------
 

@@ -435,6 +435,30 @@ std::vector<Reproducer> reproducers() {
                      kTapAggMounts});
   }
 
+  // A tap-and-tool port that a tap port passes on raw stays out of the hardware while it is a
+  // mirror destination; either record of the tap port going frees it, coming back takes it.
+  const Json rawUser = Json::parse(R"({
+      "bridging/config": {"switchIntfConfig": {"Ethernet1": {"switchportMode": "switchportModeTap"},
+                                               "Ethernet2": {"switchportMode": "switchportModeTapTool"}}},
+      "bridging/switchIntfConfig": {"switchIntfConfig": {"Ethernet1": {"tapRawIntf": {"Ethernet2": true}},
+                                                         "Ethernet2": {}}},
+      "interface/status/eth/intf": {"intfStatus": {"Ethernet2": {"hwActive": true}}},
+      "mirroring/config": {"session": {"s1": {"targetIntf": ["Ethernet2"]}}},
+      "mirroring/hwcapability": {"maxSupportedSessions": 2},
+      "tapagg/cliconfig": {"mode": "tapAggModeExclusive"}})");
+  for (const auto& [mount, record] : {std::pair{"bridging/config", "switchIntfConfig"},
+                                      std::pair{"bridging/switchIntfConfig", "switchIntfConfig"}}) {
+    const std::string path = std::string(mount) + "/" + record + "/Ethernet1";
+    cases.push_back({"the raw interface of a tap port whose " + std::string(mount) + " record goes and comes back",
+                     rawUser,
+                     {del(path), kDump, setAt(path, rawUser[mount][record]["Ethernet1"])},
+                     [](const Outcome& o) {
+                       EXPECT_TRUE(o.dumps.at(0)["tapagg/hwconfig"]["tapPort"].contains("Ethernet2"));
+                       EXPECT_FALSE(o.last()["tapagg/hwconfig"]["tapPort"].contains("Ethernet2"));
+                     },
+                     kTapAggMounts});
+  }
+
   // And the members of a Port-Channel whose switchport record goes are judged by what it is
   // now (tap aggregation is off: a tap-and-tool Port-Channel disables its members).
   const Json memberOfGone = Json::parse(R"({

@@ -142,19 +142,15 @@ void MirroringSessionStatusSm::SessionStatusReactor::handleTargetOperStatus(cons
     TRACE(8, "is mirror destination- update status and hwConfig");
     const PortStatus portStatus = getPortStatus(*parent, intf);
     const auto& hwConfig = parent->hwConfig();
-    // A port already out of the hardware (a LAG member, say) has its status updated all the
-    // same, in every role its mode has.
+    // The port leaves the hardware in whatever role it is there, and its status is updated in
+    // every role its mode has, also when it was out of the hardware already (a LAG member,
+    // say). A role its mode does not have (one an earlier mode left) is no role to confirm.
     const auto mode = switchIntfConfigSm->switchportMode(intf);
-    const bool tap = mode && isTapMode(*mode) && switchIntfConfigSm->switchIntfCliConfig(intf);
-    const bool tool = mode && isToolMode(*mode) && switchIntfConfigSm->switchIntfCliConfig(intf);
-    if (hwConfig->tapPort.contains(intf) || tap) {
-      hwConfig->tapPortDel(intf);
-      switchIntfConfigSm->doUpdatePortStatusForTap(portStatus, intf);
-    }
-    if (hwConfig->toolPort.contains(intf) || tool) {
-      hwConfig->toolPortDel(intf);
-      switchIntfConfigSm->doUpdatePortStatusForTool(portStatus, intf);
-    }
+    const bool hasRecords = switchIntfConfigSm->switchIntfCliConfig(intf) != nullptr;
+    hwConfig->tapPortDel(intf);
+    hwConfig->toolPortDel(intf);
+    if (mode && hasRecords && isTapMode(*mode)) switchIntfConfigSm->doUpdatePortStatusForTap(portStatus, intf);
+    if (mode && hasRecords && isToolMode(*mode)) switchIntfConfigSm->doUpdatePortStatusForTool(portStatus, intf);
     return;
   }
   if (auto* reactor = switchIntfConfigSm->switchIntfConfig(intf)) {

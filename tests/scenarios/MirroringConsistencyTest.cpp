@@ -459,6 +459,24 @@ std::vector<Reproducer> reproducers() {
                      kTapAggMounts});
   }
 
+  // A role a mode change left behind is no role of the port: a mirror destination takes it out
+  // of the hardware, and a restart sweeps its groups instead of confirming them.
+  const Json leftRole = Json::parse(R"({
+      "bridging/config": {"switchIntfConfig": {"Port-Channel2": {"switchportMode": "switchportModeTapTool"}}},
+      "bridging/switchIntfConfig": {"switchIntfConfig": {"Port-Channel2": {"tapGroup": ["g3"]}}},
+      "interface/status/eth/intf": {"intfStatus": {"Port-Channel2": {"hwActive": true}}},
+      "mirroring/hwcapability": {"lagDestSupported": true, "maxSupportedSessions": 3},
+      "tapagg/cliconfig": {"mode": "tapAggModeExclusive"}})");
+  cases.push_back({"a role left behind on a port that is a mirror destination", leftRole,
+                   {addSession("s3", session({}, {"Cpu", "Port-Channel2"})),
+                    setAt("bridging/config/switchIntfConfig/Port-Channel2", {{"switchportMode", "switchportModeTool"}}),
+                    kRestart},
+                   [](const Outcome& o) {
+                     EXPECT_EQ(o.last()["tapagg/status"]["group"], Json::object());
+                     EXPECT_EQ(o.last()["tapagg/hwconfig"]["tapPort"], Json::object());
+                   },
+                   kTapAggMounts});
+
   // And the members of a Port-Channel whose switchport record goes are judged by what it is
   // now (tap aggregation is off: a tap-and-tool Port-Channel disables its members).
   const Json memberOfGone = Json::parse(R"({

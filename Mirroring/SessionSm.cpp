@@ -319,8 +319,14 @@ void SessionSm::doUpdateDestStatus(const std::string& name, const OperStatus& st
   doMaybeUpdateHwConfig();
   if (wasActive == status.isActive() || dying_) return;
   redecideRefusedDests(name);
+  if (forwardingDrop_) return;
+  // The companion's one-port rule counts this session's active destinations.
+  Ptr<SessionSm> companion = configSm_->sessionSm(fwdingDropSessionName(name_));
+  if (companion && companion->initialized()) {
+    for (const auto& dest : companion->session_->targetIntf.keys()) companion->reviewDest(dest);
+  }
   // Another session may have been refused the interface, or be holding it as a source.
-  if (!forwardingDrop_) configSm_->handleIntfClaimChanged(name_, name, true);
+  configSm_->handleIntfClaimChanged(name_, name, true);
 }
 
 void SessionSm::redecideRefusedDests(const std::string& changed) {

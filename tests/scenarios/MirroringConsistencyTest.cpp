@@ -358,6 +358,19 @@ std::vector<Reproducer> reproducers() {
                      EXPECT_EQ(statusOf(o.last(), "s3")["mirrorDeviceName"], "");
                    }});
 
+  // A companion's one-port rule counts its parent's active destinations: the parent's Cpu
+  // losing its place decides the companion's refused copies again.
+  Json parentCount = Json::parse(R"({"mirroring/hwcapability": {"cpuDestSupported": true, "maxSupportedSessions": 2}})");
+  Json dropOnly = session({}, {"Ethernet2", "Port-Channel1"});
+  dropOnly["dropGreTunnelKey"] = {{"dstIpAddr", "198.51.100.7"}};
+  cases.push_back({"a companion's refused copies follow its parent's active destinations", parentCount,
+                   {addSession("s3", dropOnly), setMember("mirroring/config/session/s3/targetIntf/Cpu"),
+                    setAt("mirroring/hwcapability/cpuDestSupported", false)},
+                   [](const Outcome& o) {
+                     EXPECT_EQ(statusOf(o.last(), "__fwdingDrop_s3")["targetOperStatus"]["Ethernet2"],
+                               inactive("Interface Mode Conflict"));
+                   }});
+
   // Tap aggregation. A port that becomes a mirror destination while out of the hardware (a
   // LAG member) says so in its groups, as a start-up would.
   const Json destOutOfHw = Json::parse(R"({

@@ -862,7 +862,7 @@ class Set final : public FieldBase, public CollectionField {
     for (const auto& item : v.asArray()) {
       K k{};
       if (!detail::decodeKey<K, KeyTraits>(item, k, ctx)) return false;
-      wanted.insert(k);
+      if (!wanted.insert(k).second) return ctx.fail("duplicate member " + item.brief());
     }
     if (dryRun) return true;
     if (mode == ApplyMode::set) {

@@ -19,7 +19,8 @@ struct EthPhyIntfLagConfig : platform::EntityOf<EthPhyIntfLagConfig> {
   explicit EthPhyIntfLagConfig(const platform::IntfId& id) { intfId.set(id); }
 
   platform::Attr<platform::IntfId> intfId{this};
-  platform::Attr<platform::IntfId> lag{this};  // the Port-Channel, empty when none
+  platform::Attr<platform::IntfId, platform::IntfOfKindTraits<platform::IntfKind::portChannel>> lag{
+      this};  // the Port-Channel, empty when none
   platform::Attr<uint16_t> priority{this};     // the port's LACP priority
 
   template <class D>
@@ -34,7 +35,10 @@ struct Config : platform::EntityOf<Config> {
   static constexpr const char* typeName = "Lag::Config";
   Config() = default;
 
-  platform::Coll<platform::IntfId, platform::Ptr<EthPhyIntfLagConfig>> phyIntf{this};
+  // Members are Ethernet ports.
+  platform::Coll<platform::IntfId, platform::Ptr<EthPhyIntfLagConfig>,
+                 platform::IntfOfKindTraits<platform::IntfKind::ethernet>>
+      phyIntf{this};
 
   platform::Ptr<EthPhyIntfLagConfig> phyIntfIs(const platform::IntfId& id);
   void phyIntfDel(const platform::IntfId& id);

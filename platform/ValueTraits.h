@@ -179,9 +179,20 @@ struct ValueTraits<std::string> {
     return true;
   }
   static std::optional<std::string> keyText(const std::string& s) { return s; }
-  // A key names something; the empty name could not even be written in a path.
+  // A key names something and is written in its entry's path: the empty name or a control
+  // character could not be written there, and a '/' only with digits after it (Ethernet3/1),
+  // which a path reads as part of the key.
   static bool decodeKeyText(const std::string& s, std::string& out, DecodeContext& ctx) {
     if (s.empty()) return ctx.fail("a key cannot be empty");
+    for (std::size_t i = 0; i < s.size(); ++i) {
+      const auto c = static_cast<unsigned char>(s[i]);
+      if (c < 0x20 || c == 0x7f) return ctx.fail("a key cannot hold control characters");
+      const bool digitsAfterSlash = i > 0 && i + 1 < s.size() && s[i + 1] >= '0' && s[i + 1] <= '9';
+      const bool digitsTillNextSlash = s.find_first_not_of("0123456789", i + 1) == s.find('/', i + 1);
+      if (c == '/' && !(digitsAfterSlash && digitsTillNextSlash)) {
+        return ctx.fail("a key cannot hold a '/' without digits after it: \"" + s + "\"");
+      }
+    }
     out = s;
     return true;
   }
@@ -277,6 +288,30 @@ struct IntfNameTraits {
     if (!ValueTraits<IntfId>::decodeKeyText(s, id, ctx)) return false;
     out = s;
     return true;
+  }
+};
+
+// An interface identifier of one kind only, e.g. a LAG (a Port-Channel) and its members
+// (Ethernet ports). As a value, "" stays "none".
+template <IntfKind Kind>
+struct IntfOfKindTraits {
+  static Value encode(const IntfId& i) { return ValueTraits<IntfId>::encode(i); }
+  static bool decode(const Value& v, IntfId& out, DecodeContext& ctx) {
+    if (!ValueTraits<IntfId>::decode(v, out, ctx)) return false;
+    return out.name().empty() || ofKind(out, ctx);
+  }
+  static std::optional<std::string> keyText(const IntfId& i) { return i.name(); }
+  static bool decodeKeyText(const std::string& s, IntfId& out, DecodeContext& ctx) {
+    return ValueTraits<IntfId>::decodeKeyText(s, out, ctx) && ofKind(out, ctx);
+  }
+
+ private:
+  static bool ofKind(const IntfId& i, DecodeContext& ctx) {
+    if (i.kind() == Kind) return true;
+    const char* wanted = Kind == IntfKind::ethernet      ? "an Ethernet interface"
+                         : Kind == IntfKind::portChannel ? "a Port-Channel"
+                                                         : intfKindName(Kind);
+    return ctx.fail("\"" + i.name() + "\" is not " + wanted);
   }
 };
 

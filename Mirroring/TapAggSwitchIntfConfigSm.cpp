@@ -297,6 +297,7 @@ void SwitchIntfConfigSm::switchIntfCliConfigDel(const platform::IntfId& intf) { 
 void SwitchIntfConfigSm::doReviewRawIntfs(const Bridging::Input::SwitchIntfConfig& tapConfig) {
   if (!toggleMirrorDestinationOnTapToolPortEnabled()) return;
   for (const auto& raw : tapConfig.tapRawIntf.keys()) {
+    if (raw == tapConfig.intfId()) continue;  // the port itself is judged by its own change
     if (auto* rawReactor = switchIntfConfig(raw); rawReactor && rawReactor->initialized()) {
       rawReactor->handleSwitchportMode();
     }

@@ -472,6 +472,22 @@ std::vector<Reproducer> reproducers() {
                      kTapAggMounts});
   }
 
+  // A tap port that lists itself as a raw interface goes as any other when its groups go.
+  for (const char* mode : {"switchportModeTap", "switchportModeTapTool"}) {
+    Json selfRaw = Json::parse(R"({
+        "bridging/switchIntfConfig": {"switchIntfConfig": {"Ethernet4": {"tapRawIntf": {"Ethernet4": true}}}},
+        "interface/status/eth/intf": {"intfStatus": {"Ethernet4": {}}},
+        "tapagg/cliconfig": {"mode": "tapAggModeExclusive"}})");
+    selfRaw["bridging/config"]["switchIntfConfig"]["Ethernet4"]["switchportMode"] = mode;
+    cases.push_back({std::string("a tap port that is its own raw interface, ") + mode, selfRaw,
+                     {del("bridging/switchIntfConfig/switchIntfConfig/Ethernet4")},
+                     [](const Outcome& o) {
+                       EXPECT_EQ(o.last()["tapagg/hwconfig"]["tapPort"], Json::object());
+                       EXPECT_EQ(o.last()["stp/portMode/tapagg"]["portMode"], Json::object());
+                     },
+                     kTapAggMounts});
+  }
+
   // A role a mode change left behind is no role of the port: a mirror destination takes it out
   // of the hardware, and a restart sweeps its groups instead of confirming them.
   const Json leftRole = Json::parse(R"({

@@ -266,4 +266,29 @@ TEST(OperStatusTest, MultiplePortsRule) {
   }
 }
 
+// Hardware that lets an interface be a source and a destination re-judges every session when
+// it says so. (The consistency checker leaves these cases out: who came first decides them.)
+TEST(OperStatusTest, SharingAnInterfaceBetweenSourceAndDestinationReJudgesEverySession) {
+  World w;
+  w.capability->maxSupportedSessions.set(8);
+  for (const char* intf : {"Ethernet1", "Ethernet2", "Ethernet3"}) w.intfUp(intf);
+  w.src("a", rx);
+  w.dst("a", "Ethernet2");
+  w.src("b", rx);
+  w.dst("b", "Ethernet1");
+  w.src("c", rx, "Ethernet2");
+  w.dst("c", "Ethernet3");
+  w.start();
+  EXPECT_EQ(w.dest("b", "Ethernet1"), inactive("Source Conflict"));
+  EXPECT_EQ(w.source("c", "Ethernet2"), inactive("Destination Conflict"));
+
+  // a's destination Ethernet2 may be c's rx source, and a's rx source Ethernet1 b's destination;
+  // b's own source still overlaps a's.
+  w.sameIntf();
+  EXPECT_EQ(w.source("c", "Ethernet2"), kActive);
+  EXPECT_EQ(w.dest("a", "Ethernet2"), kActive);
+  EXPECT_EQ(w.dest("b", "Ethernet1"), kActive);
+  EXPECT_EQ(w.source("b", "Ethernet1"), inactive("Source Conflict"));
+}
+
 }  // namespace

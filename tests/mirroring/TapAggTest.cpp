@@ -314,6 +314,33 @@ TEST_F(TapAggErrDisableTest, VlanInterfacesPresentAtStartUpAreDisabledInExclusiv
   EXPECT_THAT(errdisabledIntfs(), IsEmpty());
 }
 
+// --- start-up ----------------------------------------------------------------------------------
+
+using TapAggRestartTest = TapAggFixture;
+
+// What an earlier run left for ports that are no longer tap or tool ports, or no longer
+// configured at all, is swept at start-up; what the configuration confirms is kept.
+TEST_F(TapAggRestartTest, StartUpKeepsWhatIsStillConfiguredAndSweepsTheRest) {
+  port("Ethernet1", switchportModeTap, {"taps"});
+  up("Ethernet1");
+  port("Ethernet2", switchportModeTool, {}, {"tools"});
+  up("Ethernet2");
+  port("Ethernet8", switchportModeAccess, {"old"});
+  auto unconfigured = platform::make<Bridging::Input::SwitchIntfConfig>(IntfId("Ethernet9"));
+  for (const auto& intf : {cli("Ethernet1"), cli("Ethernet8"), unconfigured}) hwConfig->tapPortIs(intf);
+  for (const auto& intf : {cli("Ethernet2"), unconfigured}) hwConfig->toolPortIs(intf);
+  status->groupIs("taps")->tapPortIs("Ethernet1", activePort());
+  status->groupIs("old")->tapPortIs("Ethernet8", activePort());
+  status->groupIs("gone")->toolPortIs("Ethernet9", activePort());
+  status->groupIs("taps")->tapPortIs("Ethernet9", activePort());  // the group stays, the entry must not
+
+  start(kExclusive);
+  EXPECT_THAT(hwTapPorts(), ElementsAre("Ethernet1"));
+  EXPECT_THAT(hwToolPorts(), ElementsAre("Ethernet2"));
+  EXPECT_THAT(groups(), ElementsAre("taps", "tools"));
+  EXPECT_EQ(tapStatus("taps", "Ethernet9"), std::nullopt);
+}
+
 // --- slices ----------------------------------------------------------------------------------
 
 TEST(TapAggSliceDeathTest, AModeBeyondMixedStopsTheSliceUpdater) {

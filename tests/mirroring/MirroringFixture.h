@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <string>
+#include <vector>
+
 #include "Mirroring/MirroringSm.h"
 #include "platform/Database.h"
 #include "platform/Syslog.h"
@@ -14,7 +17,11 @@ using namespace Mirroring;
 using platform::IntfId;
 using platform::Ptr;
 
-struct MirroringFixture : ::testing::Test {
+inline OperStatus active() { return OperStatus::active(); }
+inline OperStatus inactive(const std::string& reason) { return OperStatus::inactive(reason); }
+
+// The entities and the manager, without the test around them (a table of cases builds one per row).
+struct Switch {
   platform::Database db;
   Ptr<Config> config = root<Config>("mirroring/config");
   Ptr<Status> status = root<Status>("mirroring/status");
@@ -31,33 +38,32 @@ struct MirroringFixture : ::testing::Test {
       root<Interface::IntfForwardingModelInputDir>("interface/input/forwardingmodel/mirroring");
   Ptr<Ip::AllVrfStatusGlobal> vrfStatus = root<Ip::AllVrfStatusGlobal>("ip/vrf/status/global");
   Ptr<ConfigSm> configSm;
-  std::shared_ptr<platform::syslog::CaptureSink> syslog = std::make_shared<platform::syslog::CaptureSink>();
+
+  Switch() {
+    for (auto t : Acl::allAclTypes) aclConfig->config.is(t);
+  }
+  Switch(const Switch&) = delete;
+  Switch& operator=(const Switch&) = delete;
 
   template <class T>
   Ptr<T> root(const std::string& path) {
     return platform::dynamicPtrCast<T>(db.rootIs<T>(path)->root());
   }
 
-  void SetUp() override {
-    platform::syslog::clearSinks();
-    platform::syslog::addSink(syslog);
-    for (auto t : Acl::allAclTypes) aclConfig->config.is(t);
-    capability->maxSupportedSessions.set(4);
-  }
-  void TearDown() override { platform::syslog::clearSinks(); }
-
   // Starts (or restarts) the configuration manager over the same entities.
-  void start() {
+  void start(bool withPhyDir = true) {
     configSm = nullptr;
     configSm = platform::make<ConfigSm>(config, status, hwConfig, hwStatus, capability, ethIntfStatus, lagConfig,
-                                        aclConfig, fwdModel, vrfStatus, lagIntfStatus, phyIntfStatus);
+                                        aclConfig, fwdModel, vrfStatus, lagIntfStatus,
+                                        withPhyDir ? phyIntfStatus : Ptr<Interface::AllEthPhyIntfStatusDir>());
   }
 
   // An Ethernet (or Port-Channel) interface that is up and active in hardware.
-  void intfUp(const std::string& name, bool active = true) {
+  Ptr<Interface::EthIntfStatus> intfUp(const std::string& name, bool active = true) {
     auto s = ethIntfStatus->intfStatus.is(IntfId(name));
     s->hwActive.set(active);
     s->linkStatus.set(Interface::linkUp);
+    return s;
   }
   void intfGone(const std::string& name) { ethIntfStatus->intfStatus.del(IntfId(name)); }
   void lagMember(const std::string& member, const std::string& lag) {
@@ -76,6 +82,13 @@ struct MirroringFixture : ::testing::Test {
   }
   void deleteSession(const std::string& name) { config->sessionDel(name); }
 
+  // What a session published (by hand, for sessions without a state machine).
+  void publishSrc(const std::string& session, const std::string& intf, const OperStatus& s) {
+    status->sessionStatusIs(session)->srcOperStatus.set(intf, s);
+  }
+  void publishDest(const std::string& session, const std::string& intf, const OperStatus& s) {
+    status->sessionStatusIs(session)->targetOperStatus.set(intf, s);
+  }
   OperStatus source(const std::string& session, const std::string& intf) {
     auto s = status->sessionStatus.get(session);
     return s ? s->srcOperStatus.get(intf) : OperStatus();
@@ -88,7 +101,25 @@ struct MirroringFixture : ::testing::Test {
   uint64_t writes() const { return db.totalWrites(); }
 };
 
-inline OperStatus active() { return OperStatus::active(); }
-inline OperStatus inactive(const std::string& reason) { return OperStatus::inactive(reason); }
+struct MirroringFixture : ::testing::Test, Switch {
+  std::shared_ptr<platform::syslog::CaptureSink> syslog = std::make_shared<platform::syslog::CaptureSink>();
+
+  void SetUp() override {
+    platform::syslog::clearSinks();
+    platform::syslog::addSink(syslog);
+    capability->maxSupportedSessions.set(4);
+  }
+  void TearDown() override {
+    configSm = nullptr;
+    platform::syslog::clearSinks();
+  }
+  std::vector<std::string> syslogTexts(const std::string& key) const {
+    std::vector<std::string> out;
+    for (const auto& r : syslog->records()) {
+      if (r.key == key) out.push_back(r.text);
+    }
+    return out;
+  }
+};
 
 }  // namespace mirroring_test

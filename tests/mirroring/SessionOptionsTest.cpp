@@ -172,92 +172,11 @@ TEST_F(Options, EachReachesTheHardwareCopyAsTheHardwareCanTakeIt) {
   EXPECT_TRUE(hw()->secureMonitor());
   EXPECT_TRUE(hw()->isInternal());
   EXPECT_EQ(hw()->owner(), Owner::ownerPolicy);
-
-  // All of it survives a restart without a single write.
-  configSm = nullptr;
-  const uint64_t before = writes();
-  start();
-  EXPECT_EQ(writes(), before);
 }
 
 // --- capability changes -----------------------------------------------------------------------
 
 using Capability = MirroringFixture;
-
-// Every status is overwritten by hand with a mark; a capability change must recompute exactly
-// the statuses it concerns, which then lose the mark.
-TEST_F(Capability, EachChangeReevaluatesOnlyWhatItConcerns) {
-  capability->maxSupportedSessions.set(8);
-  for (auto i : {"Ethernet1", "Ethernet3", "Ethernet5", "Ethernet7", "Ethernet8", "Port-Channel1"}) intfUp(i);
-  start();
-  addSession("cpu", {"Ethernet1"}, {"Cpu"}, Direction::rx);
-  addSession("lag", {"Ethernet3"}, {"Port-Channel1"}, Direction::rx);
-  addSession("lo", {"Ethernet5"}, {"Loopback0"}, Direction::rx);
-  addSession("eth", {"Ethernet7"}, {"Ethernet8"}, Direction::rx);
-  const OperStatus mark = inactive("marked");
-
-  auto markAll = [&] {
-    for (const auto& [name, session] : config->session) {
-      auto st = status->sessionStatus.get(name);
-      for (const auto& intf : session->srcIntf.keys()) st->srcOperStatus.set(intf, mark);
-      for (const auto& intf : session->targetIntf.keys()) st->targetOperStatus.set(intf, mark);
-    }
-  };
-  auto recomputed = [&] {
-    std::set<std::string> out;
-    for (const auto& [name, session] : config->session) {
-      auto st = status->sessionStatus.get(name);
-      for (const auto& intf : session->srcIntf.keys()) {
-        if (st->srcOperStatus.get(intf) != mark) out.insert(name + " source " + intf);
-      }
-      for (const auto& intf : session->targetIntf.keys()) {
-        if (st->targetOperStatus.get(intf) != mark) out.insert(name + " destination " + intf);
-      }
-    }
-    return out;
-  };
-  const std::set<std::string> allDests = {"cpu destination Cpu", "eth destination Ethernet8",
-                                          "lag destination Port-Channel1", "lo destination Loopback0"};
-  const std::set<std::string> allSources = {"cpu source Ethernet1", "eth source Ethernet7", "lag source Ethernet3",
-                                            "lo source Ethernet5"};
-  std::set<std::string> everything = allDests;
-  everything.insert(allSources.begin(), allSources.end());
-
-  struct Row {
-    const char* flag;
-    platform::Attr<bool> HwCapability::*attr;
-    std::set<std::string> expected;
-  };
-  const std::vector<Row> rows = {
-      {"cpuDestSupported", &HwCapability::cpuDestSupported, {"cpu destination Cpu"}},
-      {"lagDestSupported", &HwCapability::lagDestSupported, {"lag destination Port-Channel1"}},
-      {"loopbackDestSupported", &HwCapability::loopbackDestSupported, {"lo destination Loopback0"}},
-      {"multiDestSupported", &HwCapability::multiDestSupported, allDests},
-      {"multiSessionForDestSupported", &HwCapability::multiSessionForDestSupported, allDests},
-      {"multiSessionForSourceSupported", &HwCapability::multiSessionForSourceSupported, allSources},
-      {"sameIntfSrcAndDestSupported", &HwCapability::sameIntfSrcAndDestSupported, everything},
-      {"headerRemovalSupported", &HwCapability::headerRemovalSupported, {}},
-      {"rxSamplingSupported", &HwCapability::rxSamplingSupported, {}},
-      {"truncationSupported", &HwCapability::truncationSupported, {}},
-      {"timestampWithTruncationSupported", &HwCapability::timestampWithTruncationSupported, {}},
-  };
-  for (const Row& row : rows) {
-    markAll();
-    auto& attr = (*capability).*(row.attr);
-    attr.set(!attr());
-    EXPECT_EQ(recomputed(), row.expected) << row.flag;
-  }
-
-  // And what they recomputed is right: the destinations that needed support have it now.
-  markAll();
-  for (const auto& [name, sm] : configSm->sessionSms()) {
-    sm->handleSource();
-    sm->handleDest();
-  }
-  EXPECT_EQ(dest("cpu", "Cpu"), active());
-  EXPECT_EQ(dest("lag", "Port-Channel1"), active());
-  EXPECT_EQ(dest("lo", "Loopback0"), active());
-}
 
 TEST_F(Capability, MirrorDeviceNamesAreCopiedFromTheHardwareStatus) {
   intfUp("Ethernet1");
@@ -380,12 +299,4 @@ TEST_F(SourceFilters, OneIpv6AclPerSessionTheFirstSourceInInterfaceOrderKeepsIt)
   deleteSession("s2");
   EXPECT_EQ(source("s1", "Ethernet3"), active());
   EXPECT_TRUE(inHardware("Ethernet3"));
-
-  // The same statuses come out of a new agent, which therefore writes nothing.
-  withSource(s1, "Ethernet2", "v6a", Acl::aclTypeIpv6);
-  ASSERT_EQ(source("s1", "Ethernet3"), refused);
-  configSm = nullptr;
-  const uint64_t before = writes();
-  start();
-  EXPECT_EQ(writes(), before);
 }

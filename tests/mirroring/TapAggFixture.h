@@ -104,7 +104,6 @@ struct TapAggFixture : ::testing::Test {
   void target(const std::string& session, const std::string& intf, Mirroring::OperState state) {
     mirroring->sessionStatusIs(session)->targetOperStatus.set(intf, Mirroring::OperStatus(state));
   }
-  void slice(const std::string& name) { slices->entry.insert(name, platform::make<Hardware::SliceStatus>()); }
 
   // --- what was written ---
   std::optional<PortStatus> tapStatus(const std::string& group, const std::string& intf) const {

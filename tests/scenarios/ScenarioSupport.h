@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -32,13 +33,8 @@ struct Outcome {
 
 inline std::vector<std::string> segments(const std::string& path) {
   std::vector<std::string> out;
-  std::string::size_type at = 0;
-  while (at <= path.size()) {
-    auto slash = path.find('/', at);
-    if (slash == std::string::npos) slash = path.size();
-    out.push_back(path.substr(at, slash - at));
-    at = slash + 1;
-  }
+  std::istringstream in(path);
+  for (std::string segment; std::getline(in, segment, '/');) out.push_back(segment);
   return out;
 }
 
@@ -75,20 +71,18 @@ inline constexpr std::ptrdiff_t kNever = -1;
 
 // The position of the first change that sets `path` (to `value`, if given), or kNever.
 inline std::ptrdiff_t firstSet(const std::vector<Json>& out, const std::string& path,
-                        const std::optional<Json>& value = std::nullopt) {
-  for (std::size_t i = 0; i < out.size(); ++i) {
-    auto v = valueSetAt(out[i], path);
-    if (v && (!value || *v == *value)) return std::ptrdiff_t(i);
-  }
-  return kNever;
+                               const std::optional<Json>& value = std::nullopt) {
+  auto it = std::find_if(out.begin(), out.end(), [&](const Json& c) {
+    auto v = valueSetAt(c, path);
+    return v && (!value || *v == *value);
+  });
+  return it == out.end() ? kNever : it - out.begin();
 }
 
 // The position of the first change that erases `path`, or kNever.
 inline std::ptrdiff_t firstDel(const std::vector<Json>& out, const std::string& path) {
-  for (std::size_t i = 0; i < out.size(); ++i) {
-    if (erases(out[i], path)) return std::ptrdiff_t(i);
-  }
-  return kNever;
+  auto it = std::find_if(out.begin(), out.end(), [&](const Json& c) { return erases(c, path); });
+  return it == out.end() ? kNever : it - out.begin();
 }
 
 inline std::size_t count(const std::vector<Json>& out, const std::string& op, const std::string& path) {

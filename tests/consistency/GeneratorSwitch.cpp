@@ -342,6 +342,13 @@ json GeneratorModel::leftovers() {
     out["tapagg/status"]["group"][rng.pick(groups)]["tapPort"][anyIntf()] = {{"active", true}, {"reason", ""}};
   }
   if (rng.chance(30)) out["stp/portMode/tapagg"]["portMode"][anyIntf()] = "portModeTapAgg";
+  // A tap or tool port's hardware entry refers to the port's own record, so only a port with one
+  // can have been left so.
+  const std::string intf = state.contains("bridging/switchIntfConfig") ? existingKey(switchIntf()) : "";
+  if (!intf.empty() && rng.chance(40)) {
+    out["tapagg/hwconfig"][rng.chance(50) ? "tapPort" : "toolPort"][intf] =
+        "bridging/switchIntfConfig/switchIntfConfig/" + intf;
+  }
   if (hw.is_null()) out.erase("mirroring/hwconfig");
   return out;
 }

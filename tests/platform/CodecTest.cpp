@@ -149,6 +149,17 @@ TEST_F(Codec, TheChangeStreamReplaysToTheSameState) {
   EXPECT_EQ(toJson(dumpState(replay)), dump());
 }
 
+TEST_F(Codec, AnExistingDirectoryEntryMayLeaveOutItsType) {
+  registerType<Inner>();
+  auto dir = dynamicPtrCast<Dir>(db.rootIs<Dir>("test/dir")->root());
+  EXPECT_EQ(change(R"({"op":"set","path":"test/dir/entry/one","value":{"@type":"Test::Inner","text":"t"}})"), "");
+  EXPECT_EQ(change(R"({"op":"merge","path":"test/dir/entry","value":{"one":{"vrf":"blue"}}})"), "");
+  EXPECT_EQ(change(R"({"op":"set","path":"test/dir/entry/one","value":{"text":"u"}})"), "");
+  ASSERT_TRUE(dir->entry.get<Inner>("one"));
+  EXPECT_EQ(dir->entry.get<Inner>("one")->text(), "u");
+  EXPECT_EQ(dir->entry.get<Inner>("one")->vrf().str(), "default");
+}
+
 // --- JSON text ------------------------------------------------------------------------------
 
 namespace {

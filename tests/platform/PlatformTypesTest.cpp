@@ -9,6 +9,7 @@
 #include "platform/Codec.h"
 #include "platform/ErrdisableTypes.h"
 #include "platform/EventLoop.h"
+#include "platform/LagTypes.h"
 #include "platform/PlatformTypes.h"
 #include "platform/StageTypes.h"
 
@@ -159,6 +160,14 @@ TEST(PlatformTypesEnums, AclTypeKeysResolveByNameOrNumberInPaths) {
   // The key restated by number is the same key.
   EXPECT_EQ(change(db, R"({"op": "merge", "path": "acl/config/cli/config/aclTypeIp", "value": {"type": 2}})"), "");
   EXPECT_EQ(cli->config.size(), 1u);
+}
+
+TEST(PlatformTypesOperations, AnEntryIsMadeOnceAndCarriesItsKey) {
+  Lag::Config lag;
+  auto member = lag.phyIntfIs(platform::IntfId("Ethernet4"));
+  member->lag.set(platform::IntfId("Port-Channel1"));
+  EXPECT_EQ(lag.phyIntfIs(platform::IntfId("Ethernet4")), member);
+  EXPECT_EQ(member->intfId(), platform::IntfId("Ethernet4"));
 }
 
 // --- errdisable cause groups ----------------------------------------------------------------

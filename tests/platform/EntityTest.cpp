@@ -1,9 +1,11 @@
 // The entity framework's hard parts: notification only on real change, per-key dispatch,
-// re-entrant dispatch that adds, cancels and deletes, ordering, constness of read-only views.
+// re-entrant dispatch that adds, cancels and deletes, handler order, constness of read-only views;
+// mounts and lookups through the entity manager an agent is handed.
 #include <gtest/gtest.h>
 
 #include "TestEntities.h"
 #include "platform/Database.h"
+#include "platform/EventLoop.h"
 #include "platform/Reactor.h"
 
 using namespace platform;
@@ -186,15 +188,6 @@ TEST_F(Dispatch, AKeyHandlerMayCancelItselfAndOthersOfTheSameKey) {
   EXPECT_EQ(b, 0);
 }
 
-TEST_F(Dispatch, CollectionsIterateInOperatorOrder) {
-  for (const char* n : {"Ethernet10", "Ethernet2", "Ethernet3/2", "Ethernet3/1", "Port-Channel1", "Cpu"})
-    root->leaf.is(IntfId(n));
-  std::vector<std::string> names;
-  for (const auto& [k, leaf] : root->leaf) names.push_back(leaf->name().name());
-  EXPECT_EQ(names, (std::vector<std::string>{"Cpu", "Ethernet2", "Ethernet3/1", "Ethernet3/2", "Ethernet10",
-                                             "Port-Channel1"}));
-}
-
 TEST_F(Dispatch, ReadOnlyViewsAreConst) {
   Ptr<const Root> view = root;
   static_assert(!CanWriteFlag<Ptr<const Root>>);
@@ -213,18 +206,41 @@ TEST_F(Dispatch, ReadOnlyViewsAreConst) {
 
 TEST(Mounts, LookupsAnswerByPathTypeAndMode) {
   Database db;
-  MountGroup group(db);
-  group.doMount<Root>("test/ro", "r");
-  group.doMount<Root>("test/rw", "wc");
-  group.doMount<Inner>("test/inner", "ri");
-  group.close(false, "", 0);
-  EXPECT_EQ(group.status(), MountStatus::success);
+  EventLoop loop;
+  EntityManager em(db, loop);
+  em.mountGroup()->doMount<Root>("test/ro", "r");
+  em.mountGroup()->doMount<Root>("test/rw", "wc");
+  em.mountGroup()->close(false, "", 0);
+  EXPECT_EQ(em.mountGroup()->status(), MountStatus::success);
   EXPECT_TRUE(db.find("test/rw")->writableByAgent());
   EXPECT_FALSE(db.find("test/ro")->writableByAgent());
+  EXPECT_TRUE(em.lookup<const Root>("test/ro"));
+  EXPECT_TRUE(em.lookup<Root>("test/rw"));
+  EXPECT_FALSE(em.lookup<const Root>("test/missing"));
+  EXPECT_FALSE(em.lookup<const Inner>("test/ro"));  // another type answers null
+
+  // The same root is found again after a restart of the agent: the database keeps it.
+  em.lookup<Root>("test/rw")->count.set(5);
+  EntityManager again(db, loop);
+  again.mountGroup()->doMount<Root>("test/rw", "w");
+  EXPECT_EQ(again.lookup<Root>("test/rw")->count(), 5u);
+
+  Ptr<Inner> local = em.localEntityIs<Inner>("Inner", "test/local");
+  EXPECT_TRUE(local);
+  EXPECT_EQ(em.localEntityIs<Inner>("Inner", "test/local"), local);
+  EXPECT_TRUE(db.find("test/local")->writableByAgent());
 
   // A second declaration of the same path with another type fails the group.
   MountGroup other(db);
   other.doMount<Inner>("test/ro", "r");
   EXPECT_EQ(other.status(), MountStatus::failure);
   ASSERT_EQ(other.problems().size(), 1u);
+}
+
+TEST(MountsDeathTest, WritableLookupOfAReadOnlyMountIsFatal) {
+  Database db;
+  EventLoop loop;
+  EntityManager em(db, loop);
+  em.mountGroup()->doMount<Root>("test/ro", "r");
+  EXPECT_DEATH(em.lookup<Root>("test/ro"), "writable lookup of a read-only mount");
 }

@@ -16,20 +16,6 @@ IpGenAddr addr(std::string_view text) {
   return a.value_or(IpGenAddr());
 }
 
-TEST(IpGenAddrTest, NoFamilyValueIsZeroAndPrintsEmpty) {
-  const IpGenAddr none;
-  EXPECT_EQ(none.af(), AddrFamily::none);
-  EXPECT_FALSE(none.isV4());
-  EXPECT_FALSE(none.isV6());
-  EXPECT_TRUE(none.isZero());
-  EXPECT_FALSE(none.isV4Any());
-  EXPECT_FALSE(none.isV6Unspecified());
-  EXPECT_EQ(none.str(), "");
-  EXPECT_TRUE(none.bytes().empty());
-  EXPECT_EQ(none.v4Addr(), 0u);
-  EXPECT_EQ(IpGenAddr::parse(""), none);
-}
-
 TEST(IpGenAddrTest, ParsePrintsCanonicalTextThatParsesBack) {
   struct Case {
     const char* text;
@@ -94,33 +80,23 @@ TEST(IpGenAddrTest, ParseRejectsMalformedText) {
 }
 
 TEST(IpGenAddrTest, ZeroPredicatesDependOnFamilyAndEveryByte) {
-  const IpGenAddr any4 = addr("0.0.0.0");
-  const IpGenAddr any6 = addr("::");
-  EXPECT_TRUE(any4.isZero());
-  EXPECT_TRUE(any4.isV4Any());
-  EXPECT_FALSE(any4.isV6Unspecified());
-  EXPECT_TRUE(any6.isZero());
-  EXPECT_TRUE(any6.isV6Unspecified());
-  EXPECT_FALSE(any6.isV4Any());
-  for (const char* text : {"0.0.0.1", "128.0.0.0", "::1", "8000::", "::ffff:0.0.0.0"}) {
-    SCOPED_TRACE(text);
-    const IpGenAddr a = addr(text);
-    EXPECT_FALSE(a.isZero());
-    EXPECT_FALSE(a.isV4Any());
-    EXPECT_FALSE(a.isV6Unspecified());
+  struct Case {
+    IpGenAddr a;
+    bool zero, v4Any, v6Unspecified;
+  };
+  // No address at all ("" in JSON) is zero, but neither family's any-address.
+  const Case cases[] = {{IpGenAddr(), true, false, false},        {addr(""), true, false, false},
+                        {addr("0.0.0.0"), true, true, false},     {addr("::"), true, false, true},
+                        {addr("0.0.0.1"), false, false, false},   {addr("128.0.0.0"), false, false, false},
+                        {addr("::1"), false, false, false},       {addr("8000::"), false, false, false},
+                        {addr("::ffff:0.0.0.0"), false, false, false}};
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.a.str());
+    EXPECT_EQ(c.a.isZero(), c.zero);
+    EXPECT_EQ(c.a.isV4Any(), c.v4Any);
+    EXPECT_EQ(c.a.isV6Unspecified(), c.v6Unspecified);
   }
-}
-
-TEST(IpGenAddrTest, NumericConstructionMatchesText) {
-  const IpGenAddr a = IpGenAddr::v4(0x0a000102);
-  EXPECT_EQ(a.str(), "10.0.1.2");
-  EXPECT_EQ(a, addr("10.0.1.2"));
-  EXPECT_EQ(addr("192.168.1.254").v4Addr(), 0xc0a801feu);
-  EXPECT_EQ(IpGenAddr::v4(std::array<uint8_t, 4>{192, 168, 1, 254}), addr("192.168.1.254"));
-  std::array<uint8_t, 16> loopback6{};
-  loopback6[15] = 1;
-  EXPECT_EQ(IpGenAddr::v6(loopback6), addr("::1"));
-  EXPECT_EQ(addr("::1").v4Addr(), 0u);
+  EXPECT_EQ(IpGenAddr().str(), "");
 }
 
 TEST(IpGenAddrTest, FamiliesNeverCompareEqualAndOrderByFamilyThenValue) {

@@ -137,16 +137,6 @@ TEST_F(TraceTest, DisabledTraceDoesNotFormatItsArguments) {
   EXPECT_EQ(lines[0].text, "value counted 42 true");
 }
 
-TEST_F(TraceTest, DefaultSinkWritesOneLineToStandardError) {
-  trace::setSink({});
-  trace::Facility f("TraceTest.Stderr");
-  trace::configure("TraceTest.Stderr/6");
-  ::testing::internal::CaptureStderr();
-  f(6, "hello ", 1);
-  f(5, "not shown");
-  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "TraceTest.Stderr/6 hello 1\n");
-}
-
 TEST_F(TraceTest, ConfigureFromEnvironment) {
   trace::Facility f("TraceTest.Env");
   ::setenv("TRACE", "TraceTest.Env/1-2", 1);

@@ -11,6 +11,17 @@
 
 namespace scenario {
 
+// The mounts tap aggregation writes.
+inline const std::vector<std::string> kTapAggMounts = {"tapagg/hwconfig", "tapagg/status", "stp/portMode/tapagg",
+                                                       "interface/errdisable/cause/tapagg"};
+
+// Change lines by path.
+inline std::string setAt(const std::string& path, const Json& value) {
+  return Json{{"op", "set"}, {"path", path}, {"value", value}}.dump();
+}
+inline std::string setMember(const std::string& path) { return Json{{"op", "set"}, {"path", path}}.dump(); }
+inline std::string del(const std::string& path) { return Json{{"op", "del"}, {"path", path}}.dump(); }
+
 inline constexpr const char* kStatus = "mirroring/status";
 inline constexpr const char* kHwConfig = "mirroring/hwconfig";
 inline constexpr const char* kForwardingModel = "interface/input/forwardingmodel/mirroring";

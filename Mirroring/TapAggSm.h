@@ -233,6 +233,7 @@ class SwitchIntfConfigSm : public platform::RefCounted {
                               const std::function<bool(const std::string&)>& which);
   void doInitCleanup(const platform::IntfId& intf);
   void doReviewRawIntfs(const Bridging::Input::SwitchIntfConfig& tapConfig);
+  void doDeleteGroupsLeft(const platform::IntfId& intf, Bridging::SwitchportMode mode);
 
   void switchIntfConfigIs(const Ptr<const Bridging::SwitchIntfConfig>& config);
   void switchIntfConfigDel(const platform::IntfId& intf);

@@ -49,10 +49,12 @@ void SwitchIntfConfigSm::SwitchIntfConfigReactor::handleInitialized() {
     sm_->doInitCleanup(intfId_);
     return;
   }
-  handleSwitchportModeReactor();
+  handleSwitchportMode();
+  if (auto* cli = sm_->switchIntfCliConfig(intfId_)) sm_->doReviewRawIntfs(*cli->config());
 }
 
 void SwitchIntfConfigSm::SwitchIntfConfigReactor::handleSwitchportModeReactor() {
+  sm_->doDeleteGroupsLeft(intfId_, config_->switchportMode());
   handleSwitchportMode();
   if (auto* cli = sm_->switchIntfCliConfig(intfId_)) sm_->doReviewRawIntfs(*cli->config());
 }
@@ -160,7 +162,9 @@ void SwitchIntfConfigSm::SwitchIntfCliConfigReactor::handleInitialized() {
     return;
   }
   // A partner that is not initialised yet builds the port when it is.
-  if (partner->initialized()) partner->handleSwitchportModeReactor();
+  if (!partner->initialized()) return;
+  partner->handleSwitchportMode();
+  sm_->doReviewRawIntfs(*config_);
 }
 
 void SwitchIntfConfigSm::SwitchIntfCliConfigReactor::handleGroupStatus(const std::string& group, bool isTap) {
@@ -311,10 +315,7 @@ void SwitchIntfConfigSm::doUpdatePortStatusForGroups(const PortStatus& portStatu
   if (!switchIntfConfigDir_) return;
   auto config = switchIntfConfigDir_->switchIntfConfig.get(intf);
   if (!config) return;
-  const auto& groups = isTap ? config->tapGroup : config->toolGroup;
-  // A group the port left while it had another mode still shows it in this role: it goes.
-  doDeleteRoleFromGroups(intf, isTap, [&](const std::string& group) { return !groups.contains(group); });
-  for (const auto& group : groups.keys()) {
+  for (const auto& group : (isTap ? config->tapGroup : config->toolGroup).keys()) {
     TRACE(8, " Updating group ", group, isTap ? " with tap port " : " with tool port ", intf);
     auto groupStatus = status_->groupIs(group);
     parent_->staleGroupSetDel(group);
@@ -363,6 +364,20 @@ void SwitchIntfConfigSm::doDeleteRoleFromGroups(const platform::IntfId& intf, bo
     if (!ports.contains(intf.name())) continue;
     TRACE(8, isTap ? "Remove tap intf " : "Remove tool intf ", intf, " from grp ", group);
     ports.del(intf.name());
+  }
+}
+
+// A role a new mode has again leaves the groups the port left while it had another mode (a
+// record that comes or goes cleans every group itself, so only a mode change needs this).
+void SwitchIntfConfigSm::doDeleteGroupsLeft(const platform::IntfId& intf, Bridging::SwitchportMode mode) {
+  auto* cli = switchIntfCliConfig(intf);
+  if (!cli) return;
+  const auto& config = *cli->config();
+  if (isTapMode(mode)) {
+    doDeleteRoleFromGroups(intf, true, [&](const std::string& g) { return !config.tapGroup.contains(g); });
+  }
+  if (isToolMode(mode)) {
+    doDeleteRoleFromGroups(intf, false, [&](const std::string& g) { return !config.toolGroup.contains(g); });
   }
 }
 

@@ -67,6 +67,8 @@ ConfigSm::ConfigSm(Ptr<const Config> mirroringConfig, Ptr<Status> mirroringStatu
       allVrfStatus_(std::move(allVrfStatus)),
       lagIntfStatusDir_(std::move(lagIntfStatusDir)),
       allEthPhyIntfStatusDir_(std::move(allEthPhyIntfStatusDir)),
+      activeIntfs_(mirroringStatus_),
+      lagMembers_(lagConfig_),
       greTunnels_(mirroringStatus_),
       sessionIndex_(mirroringConfig_, [this](const std::string& lag) { reviewLagMembers(lag); }) {
   PLATFORM_ASSERT(mirroringConfig_ && mirroringStatus_ && mirroringHwConfig_);
@@ -542,8 +544,9 @@ void ConfigSm::handleDestDeactivation(const std::string& sessionName, const std:
 // interface let go of gets it, and the others see it taken. The changed decision itself is
 // not taken again: its session is writing it.
 void ConfigSm::handleIntfClaimChanged(const std::string& sessionName, const std::string& intfName, bool dest) {
-  const std::vector<std::string> names = mirroringConfig_->session.keys();
+  // Only the sessions that name the interface decide about it (a companion with its parent).
   auto each = [&](bool destPass, auto&& review) {
+    const std::set<std::string> names = destPass ? targetSessionsOf(intfName) : srcSessionsOf(intfName);
     for (const auto& t : names) {
       for (const auto& smName : {t, fwdingDropSessionName(t)}) {
         Ptr<SessionSm> sm = sessionSm(smName);
@@ -574,20 +577,22 @@ void ConfigSm::maybeUpdateSrcLagMemberState(const std::string& intfName) {
   PLATFORM_ASSERT(initialized());
   TRACE(1, *this, "::maybeUpdateSrcLagMemberState", "( ", intfName, " )");
   // A Port-Channel that starts or stops being a source changes what its members may be.
-  if (platform::IntfId(intfName).isPortChannel() && lagConfig_) {
-    for (const auto& member : lagConfig_->phyIntf.keys()) {
-      if (lagConfig_->phyIntf.get(member)->lag().name() == intfName) reviewSourceIntfs(*this, member);
-    }
-  }
+  const platform::IntfId intf(intfName);
+  if (intf.isPortChannel()) reviewLagMembers(intfName);
   const platform::IntfId lag = lagOf(intfName);
   if (lag.empty() || !lagIntfStatusDir_ || !lagIntfStatusDir_->intfStatus.contains(lag)) {
     TRACE(2, "Can't find LagIntfStatus for ", intfName);
     return;
   }
-  for (const auto& [name, session] : mirroringConfig_->session) {
+  // The sessions that have the member or its LAG as a source, in configuration order.
+  std::set<std::string> names = srcSessionsOf(intfName);
+  const std::set<std::string>& lagUsers = srcSessionsOf(lag.name());
+  names.insert(lagUsers.begin(), lagUsers.end());
+  for (const auto& name : names) {
+    auto session = mirroringConfig_->session.get(name);
     auto sm = sessionSm(name);
     auto status = mirroringStatus_->sessionStatus.get(name);
-    if (!sm || !status) continue;
+    if (!session || !sm || !status) continue;
     for (const std::string& src : {intfName, lag.name()}) {
       if (!session->srcIntf.contains(src)) continue;
       OperStatus newStatus = getSrcOperStatus(*this, session, src);
@@ -610,11 +615,9 @@ bool ConfigSm::isMirroringDestPort(const std::string& intfName) const {
 }
 
 void ConfigSm::reviewLagMembers(const std::string& lag) {
-  if (!lagConfig_) return;
   TRACE(2, "Reviewing the members of ", lag);
-  for (const auto& [member, entry] : lagConfig_->phyIntf) {
-    if (entry->lag().name() == lag) reviewSourceIntfs(*this, member);
-  }
+  const std::set<platform::IntfId> members = lagMembers_.membersOf(platform::IntfId(lag));
+  for (const auto& member : members) reviewSourceIntfs(*this, member);
 }
 
 platform::IntfId ConfigSm::lagOf(const std::string& intfName) const {

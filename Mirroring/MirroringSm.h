@@ -20,7 +20,9 @@
 #include <string>
 #include <vector>
 
+#include "Mirroring/ActiveIntfIndex.h"
 #include "Mirroring/GreTunnelPool.h"
+#include "Mirroring/LagMemberIndex.h"
 #include "Mirroring/MirroringModel.h"
 #include "Mirroring/SessionIndex.h"
 #include "platform/AclTypes.h"
@@ -413,6 +415,13 @@ class ConfigSm : public platform::RefCounted {
   const std::set<std::string>& targetSessionsOf(const std::string& intfName) const {
     return sessionIndex_.targetSessionsOf(intfName);
   }
+  // The session statuses that publish an interface as an active source (destination).
+  const std::set<std::string>& activeSrcHolders(const std::string& intfName) const {
+    return activeIntfs_.activeSrcHolders(intfName);
+  }
+  const std::set<std::string>& activeDestHolders(const std::string& intfName) const {
+    return activeIntfs_.activeDestHolders(intfName);
+  }
   // The Port-Channel an interface is a member of, or the empty id.
   platform::IntfId lagOf(const std::string& intfName) const;
 
@@ -441,6 +450,9 @@ class ConfigSm : public platform::RefCounted {
   Ptr<const Ip::AllVrfStatusGlobal> allVrfStatus_;
   Ptr<const Interface::EthLagIntfStatusDir> lagIntfStatusDir_;
   Ptr<const Interface::AllEthPhyIntfStatusDir> allEthPhyIntfStatusDir_;
+  // First to follow the status: up to date before anyone else hears of a change.
+  ActiveIntfIndex activeIntfs_;
+  LagMemberIndex lagMembers_;
 
   bool initialized_ = false;
   std::map<std::string, Ptr<SessionSm>> sessionSm_;

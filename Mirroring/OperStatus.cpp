@@ -58,21 +58,20 @@ std::string vrfNotConfiguredReason(const platform::VrfName& vrf) {
 bool otherSessionSourcesNonRx(const ConfigSm& configSm, const std::string& thisSession, const std::string& dest) {
   const Ptr<const Config>& config = configSm.mirroringConfig();
   if (!config) return false;
-  for (auto [name, other] : config->session) {
+  for (const auto& name : configSm.activeSrcHolders(dest)) {
     if (name == thisSession) continue;
-    Ptr<const SessionStatus> otherStatus = statusOf(configSm, name);
-    if (!otherStatus || !isActiveIn(otherStatus->srcOperStatus, dest)) continue;
-    Ptr<const SrcIntf> otherSrc = other->srcIntf.get(dest);
+    Ptr<const Session> other = config->session.get(name);
+    Ptr<const SrcIntf> otherSrc = other ? other->srcIntf.get(dest) : nullptr;
     if (otherSrc && otherSrc->direction() != Direction::rx) return true;
   }
   return false;
 }
 
-// Whether `dest` is an active source of any session, this one included.
+// Whether `dest` is an active source of any session that names it, this one included.
 bool activeSourceAnywhere(const ConfigSm& configSm, const std::string& dest) {
-  for (const auto& name : configSm.srcSessionsOf(dest)) {
-    Ptr<const SessionStatus> status = statusOf(configSm, name);
-    if (status && isActiveIn(status->srcOperStatus, dest)) {
+  const std::set<std::string>& named = configSm.srcSessionsOf(dest);
+  for (const auto& name : configSm.activeSrcHolders(dest)) {
+    if (named.count(name)) {
       TRACE(2, dest, " is an active source in session ", name);
       return true;
     }
@@ -141,12 +140,13 @@ bool alreadyActiveSource(const ConfigSm& configSm, const Ptr<const Session>& ses
   if (!config) return false;
   const std::string thisSession = sessionName(session);
   Ptr<const SrcIntf> thisSrc = srcEntry(session, intf);
-  for (auto [name, other] : config->session) {
+  if (!thisSrc) return false;
+  // Only configured sessions count: a companion's or a leftover's status holds nothing here.
+  for (const auto& name : configSm.activeSrcHolders(intf)) {
     if (name == thisSession) continue;
-    Ptr<const SessionStatus> otherStatus = statusOf(configSm, name);
-    if (!otherStatus || !isActiveIn(otherStatus->srcOperStatus, intf)) continue;
-    Ptr<const SrcIntf> otherSrc = other->srcIntf.get(intf);
-    if (thisSrc && otherSrc && overlaps(thisSrc->direction(), otherSrc->direction())) {
+    Ptr<const Session> other = config->session.get(name);
+    Ptr<const SrcIntf> otherSrc = other ? other->srcIntf.get(intf) : nullptr;
+    if (otherSrc && overlaps(thisSrc->direction(), otherSrc->direction())) {
       TRACE(2, intf, " of new sesion ", thisSession, " is already active in the direction for session ", name);
       return true;
     }
@@ -158,13 +158,10 @@ bool alreadyActiveDest(const ConfigSm& configSm, const Ptr<const Session>& sessi
   const Ptr<const Config>& config = configSm.mirroringConfig();
   if (!config) return false;
   const std::string thisSession = sessionName(session);
-  for (auto [name, other] : config->session) {
-    if (name == thisSession) continue;
-    Ptr<const SessionStatus> otherStatus = statusOf(configSm, name);
-    if (otherStatus && isActiveIn(otherStatus->targetOperStatus, intf)) {
-      TRACE(2, intf, " of sesion ", thisSession, " is already active dest for session ", name);
-      return true;
-    }
+  for (const auto& name : configSm.activeDestHolders(intf)) {
+    if (name == thisSession || !config->session.contains(name)) continue;
+    TRACE(2, intf, " of sesion ", thisSession, " is already active dest for session ", name);
+    return true;
   }
   return false;
 }
@@ -278,15 +275,15 @@ OperStatus greDestOperStatus(const ConfigSm& configSm, const platform::VrfName& 
   return OperStatus::inactive(vrfNotConfiguredReason(vrf));
 }
 
+// The configuration does not change while the agent reacts, so the sessions that name the
+// interface are known up front; the handlers may write statuses that others follow, so the
+// walk is over a copy.
 void reviewSourceIntfs(ConfigSm& configSm, const platform::IntfId& intf) {
   TRACE(2, "reviewSourceIntfs for ", intf);
-  Ptr<const Config> config = configSm.mirroringConfig();
-  if (!config) return;
-  // The handlers below may write statuses that other sessions follow; walk a snapshot.
-  for (const std::string& name : config->session.keys()) {
-    Ptr<const Session> session = config->session.get(name);
+  const std::set<std::string> names = configSm.srcSessionsOf(intf.name());
+  for (const std::string& name : names) {
     Ptr<SessionSm> sm = configSm.sessionSm(name);
-    if (!session || !sm || !session->srcIntf.contains(intf.name())) continue;
+    if (!sm) continue;
     sm->handleSource(intf.name());
     if (Ptr<SessionSm> companion = configSm.sessionSm(fwdingDropSessionName(name))) {
       companion->handleSource(intf.name());
@@ -296,12 +293,10 @@ void reviewSourceIntfs(ConfigSm& configSm, const platform::IntfId& intf) {
 
 void reviewDestIntfs(ConfigSm& configSm, const platform::IntfId& intf) {
   TRACE(2, "reviewDestIntfs for ", intf);
-  Ptr<const Config> config = configSm.mirroringConfig();
-  if (!config) return;
-  for (const std::string& name : config->session.keys()) {
-    Ptr<const Session> session = config->session.get(name);
+  const std::set<std::string> names = configSm.targetSessionsOf(intf.name());
+  for (const std::string& name : names) {
     Ptr<SessionSm> sm = configSm.sessionSm(name);
-    if (!session || !sm || !session->targetIntf.contains(intf.name())) continue;
+    if (!sm) continue;
     sm->handleDest(intf.name());
     // The companion holds copies of its parent's destinations.
     if (Ptr<SessionSm> companion = configSm.sessionSm(fwdingDropSessionName(name))) companion->handleDest(intf.name());

@@ -43,14 +43,32 @@ void SessionIndex::sessionIs(const std::string& name) {
 
 namespace {
 const std::set<std::string> kNoSessions;
+
+#ifdef MIRRORING_REFERENCE_WALK
+// The reference the differential check compares with: every session walked on every question.
+const std::set<std::string>& walk(const platform::Ptr<const Config>& config, const std::string& intf, bool target) {
+  static std::set<std::string> found;
+  found.clear();
+  for (const auto& [name, session] : config->session) {
+    if ((target ? session->targetIntf.contains(intf) : session->srcIntf.contains(intf))) found.insert(name);
+  }
+  return found;
 }
+#endif
+}  // namespace
 
 const std::set<std::string>& SessionIndex::srcSessionsOf(const std::string& intf) const {
+#ifdef MIRRORING_REFERENCE_WALK
+  return walk(config_, intf, false);
+#endif
   auto it = src_.find(intf);
   return it == src_.end() ? kNoSessions : it->second;
 }
 
 const std::set<std::string>& SessionIndex::targetSessionsOf(const std::string& intf) const {
+#ifdef MIRRORING_REFERENCE_WALK
+  return walk(config_, intf, true);
+#endif
   auto it = target_.find(intf);
   return it == target_.end() ? kNoSessions : it->second;
 }

@@ -1,0 +1,47 @@
+// Which sessions hold an interface as an active source, and which as an active destination, as
+// their published statuses say.
+//
+// The rules read other sessions only through what those sessions published, so the index
+// follows the status entity itself, not the state machines that write it: statuses an earlier
+// run left behind, companions' statuses and statuses written by anyone count as they stand.
+//
+// Precondition a caller could get wrong: the index must be built before anything else follows
+// the status entity. Handlers of one collection run in the order they subscribed, so an index
+// built first is up to date before any other handler of a status change runs and reads it.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+
+#include "Mirroring/MirroringModel.h"
+#include "platform/Reactor.h"
+
+namespace Mirroring {
+
+class ActiveIntfIndex {
+ public:
+  explicit ActiveIntfIndex(platform::Ptr<const Status> status);
+  ~ActiveIntfIndex();
+  ActiveIntfIndex(const ActiveIntfIndex&) = delete;
+  ActiveIntfIndex& operator=(const ActiveIntfIndex&) = delete;
+
+  // The names of the session statuses (companions and leftovers included) that publish the
+  // interface as an active source (destination), in name order.
+  const std::set<std::string>& activeSrcHolders(const std::string& intf) const;
+  const std::set<std::string>& activeDestHolders(const std::string& intf) const;
+
+ private:
+  struct SessionReactor;
+  void sessionStatusIs(const std::string& name);
+  void intfIs(SessionReactor& s, const std::string& intf, bool dest);
+  void holderIs(const std::string& session, const std::string& intf, bool dest, bool active);
+
+  platform::Ptr<const Status> status_;
+  platform::Reactor reactor_;
+  std::map<std::string, std::set<std::string>> src_, dest_;
+  std::map<std::string, std::unique_ptr<SessionReactor>> sessions_;
+};
+
+}  // namespace Mirroring

@@ -201,7 +201,13 @@ class SessionSm : public platform::RefCounted {
   // when it comes out different.
   void reviewSource(const std::string& name);
   void reviewDest(const std::string& name);
-  void doMaybeUpdateHwConfig();
+  // What a rewrite of the hardware copy must look at: all of it; the settings (no source or
+  // destination changed); or one source. What the sources decide together is always looked at.
+  enum class HwScope { all, settings, oneSource };
+  void doMaybeUpdateHwConfig(HwScope scope = HwScope::all, const std::string& source = std::string());
+  // The source's entry waits for the next rewrite (its filter, on hardware that does not
+  // filter sources yet).
+  void hwSourceStale(const std::string& src);
   void updateHwConfigTargetIntf(const platform::IntfId& intf, bool drop);
   void handleGreTunnelKey();
   void handleDropGreTunnelKey();
@@ -282,6 +288,14 @@ class SessionSm : public platform::RefCounted {
   std::set<std::string> activeDest_;
   std::map<std::string, Ptr<SourceIntfSm>> srcIntfSm_;
   std::set<std::string> srcAclRefresh_;
+  // What changed since the hardware copy was last written.
+  struct HwPending {
+    bool all = false, settings = false;
+    std::set<std::string> sources;
+  };
+  HwPending hwPending_;
+  // Whether this machine wrote the hardware copy whole (a copy an earlier run left is not).
+  bool hwWhole_ = false;
   std::set<std::string> staleSrcOperStatus_, staleTargetOperStatus_, staleSrcIntfInHwConfig_,
       staleTargetIntfInHwConfig_;
   platform::Reactor reactor_;

@@ -1,6 +1,8 @@
 // A session's hardware copy: what the chip driver programs for the session while one of its
 // destinations is active, written from the configuration, the published statuses and the
 // hardware's capabilities.
+#include <utility>
+
 #include "Mirroring/MirroringSm.h"
 #include "platform/Assert.h"
 
@@ -26,13 +28,21 @@ TruncationSize supportedTruncationSize(TruncationSize requested, const HwCapabil
 
 }  // namespace
 
-void SessionSm::doMaybeUpdateHwConfig() {
+void SessionSm::hwSourceStale(const std::string& src) { hwPending_.sources.insert(src); }
+
+void SessionSm::doMaybeUpdateHwConfig(HwScope scope, const std::string& source) {
   auto hwConfig = configSm_->mirroringHwConfig();
+  if (scope == HwScope::all) hwPending_.all = true;
+  if (scope == HwScope::settings) hwPending_.settings = true;
+  if (scope == HwScope::oneSource) hwPending_.sources.insert(source);
   if (dying_) {
+    hwPending_ = {};
     hwConfig->sessionDel(name_);
     return;
   }
+  // A status this writes rewrites the copy inside it, and takes what is pending here with it.
   if (reviewIpv6AclSources()) return;
+  const HwPending work = std::exchange(hwPending_, {});
   if (!hasActiveDestination()) {
     srcAclRefresh_.clear();  // a new hardware copy is written whole anyway
     if (hwConfig->session.contains(name_)) {
@@ -42,20 +52,30 @@ void SessionSm::doMaybeUpdateHwConfig() {
     return;
   }
   TRACE(2, "Updating HwConfig for session ", name_);
+  // A copy written whole earlier is up to date but for what changed since; a new one, or one
+  // with filters to refresh, is written whole.
+  bool all = work.all || !srcAclRefresh_.empty() || !hwWhole_ || !hwConfig->session.contains(name_);
+#ifdef MIRRORING_REFERENCE_WALK
+  all = true;  // the reference the differential check compares with
+#endif
+  const bool settings = all || work.settings;
+  hwWhole_ = true;
   Ptr<Session> hw = hwConfig->sessionIs(name_);
   const HwCapability* cap = capability();
-  hw->secureMonitor.set(session_->secureMonitor());
-  hw->isInternal.set(session_->isInternal());
-  hw->owner.set(session_->owner());
-  hw->sessionId.set(sessionId_);
-  GrePayloadType payload = session_->grePayloadType();
-  if (payload == GrePayloadType::payloadTypeUnset && hwDefaultSessionConfig_) {
-    payload = hwDefaultSessionConfig_->grePayloadType();
+  if (settings) {
+    hw->secureMonitor.set(session_->secureMonitor());
+    hw->isInternal.set(session_->isInternal());
+    hw->owner.set(session_->owner());
+    hw->sessionId.set(sessionId_);
+    GrePayloadType payload = session_->grePayloadType();
+    if (payload == GrePayloadType::payloadTypeUnset && hwDefaultSessionConfig_) {
+      payload = hwDefaultSessionConfig_->grePayloadType();
+    }
+    hw->grePayloadType.set(payload);
   }
-  hw->grePayloadType.set(payload);
 
   // Destinations: active ones, with GRE targets replaced by the tunnel the key resolves to.
-  const platform::IntfId greIntf = resolvedGreIntf();
+  const platform::IntfId greIntf = all ? resolvedGreIntf() : platform::IntfId();
   bool tunnelWritten = false;
   auto writeTunnel = [&] {
     if (tunnelWritten) return;
@@ -64,7 +84,7 @@ void SessionSm::doMaybeUpdateHwConfig() {
     hw->greTunnelKey.set(session_->greTunnelKey());
     hw->dropGreTunnelKey.set(session_->dropGreTunnelKey());
   };
-  for (const auto& target : session_->targetIntf.keys()) {
+  for (const auto& target : all ? session_->targetIntf.keys() : std::vector<std::string>()) {
     if (platform::IntfId(target).isGreTunnel()) {
       writeTunnel();
       continue;
@@ -81,21 +101,25 @@ void SessionSm::doMaybeUpdateHwConfig() {
     }
   }
   // A key resolved without a GRE target still sends to its tunnel.
-  if (!greIntf.empty()) writeTunnel();
+  if (all && !greIntf.empty()) writeTunnel();
 
   // GRE options.
-  hw->txGreMetadataEnabled.set(session_->txGreMetadataEnabled());
-  for (const auto& element : hw->greMetadata.keys()) {
-    if (!session_->greMetadata.contains(element)) hw->greMetadata.del(element);
+  if (settings) {
+    hw->txGreMetadataEnabled.set(session_->txGreMetadataEnabled());
+    for (const auto& element : hw->greMetadata.keys()) {
+      if (!session_->greMetadata.contains(element)) hw->greMetadata.del(element);
+    }
+    for (const auto& [element, on] : session_->greMetadata) hw->greMetadata.set(element, true);
+    hw->greTimestampingEnabled.set(session_->greTimestampingEnabled());
+    hw->portMirroringDisabled.set(session_->portMirroringDisabled());
   }
-  for (const auto& [element, on] : session_->greMetadata) hw->greMetadata.set(element, true);
-  hw->greTimestampingEnabled.set(session_->greTimestampingEnabled());
-  hw->portMirroringDisabled.set(session_->portMirroringDisabled());
 
   // Sources: active ones with their direction and filter. The one-IPv6-ACL rule was applied
   // to their statuses above, so an active source is one the hardware may take.
-  for (const auto& srcName : session_->srcIntf.keys()) {
+  for (const auto& srcName : all ? session_->srcIntf.keys() : std::vector<std::string>(work.sources.begin(),
+                                                                                      work.sources.end())) {
     auto src = session_->srcIntf.get(srcName);
+    if (!src) continue;  // gone from the configuration: below
     if (!sessionStatus_->srcOperStatus.get(srcName).isActive()) {
       hw->srcIntfDel(srcName);
       continue;
@@ -119,28 +143,35 @@ void SessionSm::doMaybeUpdateHwConfig() {
   srcAclRefresh_.clear();
 
   // Truncation and header removal, as far as the hardware does them.
-  const bool truncationSupported = cap && cap->truncationSupported();
-  hw->truncate.set(session_->truncate() && truncationSupported);
-  hw->truncationSize.set(supportedTruncationSize(session_->truncationSize(), cap));
-  hw->headerRemovalSize.set(cap && cap->headerRemovalSupported() ? session_->headerRemovalSize()
-                                                                  : HeaderRemovalSize::headerRemovalNone);
+  if (settings) {
+    const bool truncationSupported = cap && cap->truncationSupported();
+    hw->truncate.set(session_->truncate() && truncationSupported);
+    hw->truncationSize.set(supportedTruncationSize(session_->truncationSize(), cap));
+    hw->headerRemovalSize.set(cap && cap->headerRemovalSupported() ? session_->headerRemovalSize()
+                                                                    : HeaderRemovalSize::headerRemovalNone);
+  }
 
   // What the configuration no longer has goes.
-  for (const auto& srcName : hw->srcIntf.keys()) {
+  for (const auto& srcName : all ? hw->srcIntf.keys() : std::vector<std::string>(work.sources.begin(),
+                                                                                  work.sources.end())) {
     if (!session_->srcIntf.contains(srcName)) hw->srcIntfDel(srcName);
   }
-  for (const auto& target : hw->targetIntf.keys()) {
-    const bool wanted = target == greIntf.name()
-                            ? sessionStatus_->targetOperStatus.get(target).isActive()
-                            : session_->targetIntf.contains(target) && !platform::IntfId(target).isGreTunnel();
-    if (!wanted) hw->targetIntfDel(target);
+  if (all) {
+    for (const auto& target : hw->targetIntf.keys()) {
+      const bool wanted = target == greIntf.name()
+                              ? sessionStatus_->targetOperStatus.get(target).isActive()
+                              : session_->targetIntf.contains(target) && !platform::IntfId(target).isGreTunnel();
+      if (!wanted) hw->targetIntfDel(target);
+    }
+    auto firstTarget = hw->targetIntf.begin();
+    hw->destIntf.set(firstTarget == hw->targetIntf.end() ? std::string() : *firstTarget);
   }
-  auto firstTarget = hw->targetIntf.begin();
-  hw->destIntf.set(firstTarget == hw->targetIntf.end() ? std::string() : *firstTarget);
 
-  // Rate limit and sampling.
-  hw->mirrorRateLimitChip.set(session_->mirrorRateLimitChip());
-  hw->mirrorRateLimitInBps.set(session_->mirrorRateLimitInBps());
+  // Rate limit and sampling (which the sources' directions decide).
+  if (settings) {
+    hw->mirrorRateLimitChip.set(session_->mirrorRateLimitChip());
+    hw->mirrorRateLimitInBps.set(session_->mirrorRateLimitInBps());
+  }
   // Sampling is done on received traffic only: the configured rate holds when the hardware
   // samples and every source is receive-only; otherwise every packet is mirrored.
   bool rxOnly = cap && cap->rxSamplingSupported();

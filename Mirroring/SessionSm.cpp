@@ -215,9 +215,17 @@ bool SessionSm::ipv6AclTaken(const std::string& src) const {
 }
 
 bool SessionSm::reviewIpv6AclSources() {
-  for (const auto& src : session_->srcIntf.keys()) {
-    const OperStatus published = sessionStatus_->srcOperStatus.get(src);
-    const bool taken = ipv6AclTaken(src);
+  // One pass in interface order over the sources and, beside them, their published statuses:
+  // whether an earlier source holds the session's IPv6 ACL is carried along.
+  static const OperStatus kNoStatus;
+  auto pub = sessionStatus_->srcOperStatus.begin();
+  const auto pubEnd = sessionStatus_->srcOperStatus.end();
+  bool held = false;
+  for (const auto& [src, entry] : session_->srcIntf) {
+    while (pub != pubEnd && (*pub).first < src) ++pub;
+    const OperStatus& published = pub != pubEnd && (*pub).first == src ? (*pub).second : kNoStatus;
+    const bool ipv6 = !entry->srcAcl().empty() && entry->aclType() == Acl::aclTypeIpv6;
+    const bool taken = ipv6 && held;
     if (published.isActive() && taken) {
       TRACE(2, "Session ", name_, " source ", src, ": the session's IPv6 mirroring ACL is taken");
       doUpdateSrcStatus(src, OperStatus::inactive(reason::multipleIpv6Acls));
@@ -230,6 +238,7 @@ bool SessionSm::reviewIpv6AclSources() {
       doUpdateSrcStatus(src, getSrcOperStatus(*configSm_, session_, src));
       return true;
     }
+    held = held || (ipv6 && published.isActive());
   }
   return false;
 }
@@ -245,7 +254,7 @@ void SessionSm::doUpdateSrcStatus(const std::string& name, const OperStatus& req
     sessionStatus_->srcOperStatus.del(name);
   }
   staleSrcOperStatus_.erase(name);
-  doMaybeUpdateHwConfig();
+  doMaybeUpdateHwConfig(HwScope::oneSource, name);
   // Another session may have been refused the interface, or be holding it as a destination.
   if (wasActive != status.isActive() && !forwardingDrop_ && !dying_) {
     configSm_->handleIntfClaimChanged(name_, name, false);
@@ -536,7 +545,7 @@ void SessionSm::handleTruncate() {
     status = OperStatus::inactive(reason::notSupported);
   }
   sessionStatus_->truncateOperStatus.set(status);
-  doMaybeUpdateHwConfig();
+  doMaybeUpdateHwConfig(HwScope::settings);
   checkTimestampMode();
 }
 
@@ -562,7 +571,7 @@ void SessionSm::doRefreshSrcAcl(const std::string& src) {
   void SessionSm::handler() {               \
     if (!initialized_) return;              \
     TRACE(1, *this, "::" #handler);         \
-    doMaybeUpdateHwConfig();                \
+    doMaybeUpdateHwConfig(HwScope::settings); \
   }
 MIRRORING_OPTION_HANDLER(handleTruncationSize)
 MIRRORING_OPTION_HANDLER(handleHeaderRemoval)
@@ -577,7 +586,7 @@ MIRRORING_OPTION_HANDLER(handleTxGreMetadataEnabled)
   void SessionSm::handler() {                     \
     PLATFORM_ASSERT(initialized());               \
     TRACE(1, *this, "::" #handler);               \
-    doMaybeUpdateHwConfig();                      \
+    doMaybeUpdateHwConfig(HwScope::settings);     \
   }
 MIRRORING_CHECKED_OPTION_HANDLER(handleRxSampleRate)
 MIRRORING_CHECKED_OPTION_HANDLER(handleMirrorRateLimit)

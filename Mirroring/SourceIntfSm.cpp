@@ -74,7 +74,10 @@ void SourceIntfSm::handleSrcAcl() {
   ConfigSm& configSm = *sessionSm_->configSm();
   const auto& capability = configSm.mirroringHwCapability();
   // Without ACL-filtered sources the filter only reaches the hardware with the next rewrite.
-  if (!capability || !capability->srcAclSupported()) return;
+  if (!capability || !capability->srcAclSupported()) {
+    sessionSm_->hwSourceStale(name());
+    return;
+  }
   if (srcIntf_->aclType() == Acl::aclTypeIpv6) {
     // An IPv6 filter's status is the hardware writer's business (one IPv6 mirroring ACL per
     // session); the rewrite applies that rule and carries the filter.

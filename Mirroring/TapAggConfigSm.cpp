@@ -70,14 +70,9 @@ PortStatus getPortStatus(const ConfigSm& configSm, const platform::IntfId& intf)
       fail(reason::lagMember);
     }
   }
-  if (const auto& mirroring = configSm.mirroringStatus()) {
-    for (const auto& [session, sessionStatus] : mirroring->sessionStatus) {
-      const Mirroring::OperStatus* target = sessionStatus->targetOperStatus.find(intf.name());
-      if (!target || !target->isActive()) continue;
-      if (!activeTargetIsDestination(configSm, intf)) continue;
-      fail(reason::mirrorDestination);
-      break;
-    }
+  // Held as an active destination by any session, a companion or a leftover alike.
+  if (!configSm.mirroringDestHolders(intf).empty() && activeTargetIsDestination(configSm, intf)) {
+    fail(reason::mirrorDestination);
   }
   if (TRACE.enabled(2)) TRACE(2, __PRETTY_FUNCTION__, " portStatus ", status);
   return status;
@@ -181,7 +176,8 @@ ConfigSm::ConfigSm(Ptr<const CliConfig> cliConfig, Ptr<HwConfig> hwConfig,
       lagConfig_(std::move(lagConfig)),
       portModeConfig_(std::move(portModeConfig)),
       intfForwardingModelInputDir_(std::move(intfForwardingModelInputDir)),
-      sliceHwStatusDir_(std::move(sliceHwStatusDir)) {
+      sliceHwStatusDir_(std::move(sliceHwStatusDir)),
+      mirroringActive_(mirroringStatus_) {
   PLATFORM_ASSERT(cliConfig_);
   PLATFORM_ASSERT(hwConfig_);
   PLATFORM_ASSERT(status_);

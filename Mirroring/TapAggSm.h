@@ -28,6 +28,7 @@
 #include <tuple>
 #include <vector>
 
+#include "Mirroring/ActiveIntfIndex.h"
 #include "Mirroring/MirroringModel.h"
 #include "Mirroring/TapAggModel.h"
 #include "platform/BridgingTypes.h"
@@ -440,6 +441,10 @@ class ConfigSm : public platform::RefCounted {
     return intfForwardingModelInputDir_;
   }
   const Ptr<const platform::Dir>& sliceHwStatusDir() const { return sliceHwStatusDir_; }
+  // The mirroring sessions that hold an interface as an active destination.
+  const std::set<std::string>& mirroringDestHolders(const platform::IntfId& intf) const {
+    return mirroringActive_.activeDestHolders(intf.name());
+  }
 
   bool enabled() const { return enabled_; }
   bool initialized() const { return initialized_; }
@@ -463,6 +468,8 @@ class ConfigSm : public platform::RefCounted {
   Ptr<EthIntf::PortModeConfig> portModeConfig_;
   Ptr<const Interface::IntfForwardingModelInputDir> intfForwardingModelInputDir_;
   Ptr<const platform::Dir> sliceHwStatusDir_;
+  // First to follow the mirroring status: up to date before anyone here hears of a change.
+  Mirroring::ActiveIntfIndex mirroringActive_;
 
   std::set<platform::IntfId> staleTapPortSet_;
   std::set<platform::IntfId> staleToolPortSet_;

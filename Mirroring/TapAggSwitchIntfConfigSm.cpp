@@ -348,10 +348,12 @@ void SwitchIntfConfigSm::doDeletePortStatus(const std::string& group, bool isTap
 }
 
 void SwitchIntfConfigSm::doRemoveInvalidGroups() {
-  for (const auto& group : status_->group.keys()) {
-    auto groupStatus = status_->group.get(group);
-    if (groupStatus && groupStatus->tapPort.empty() && groupStatus->toolPort.empty()) status_->groupDel(group);
+  // Looked over in place (no copies): this runs after every port update, and rarely finds one.
+  std::vector<std::string> empty;
+  for (const auto& [group, groupStatus] : status_->group) {
+    if (groupStatus->tapPort.empty() && groupStatus->toolPort.empty()) empty.push_back(group);
   }
+  for (const auto& group : empty) status_->groupDel(group);
 }
 
 // Removes the port in one role from every group that shows it so and that `which` names.

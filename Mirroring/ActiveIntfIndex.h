@@ -12,25 +12,26 @@
 
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 
 #include "Mirroring/MirroringModel.h"
+#include "Mirroring/SessionIndex.h"
 #include "platform/Reactor.h"
 
 namespace Mirroring {
 
 class ActiveIntfIndex {
  public:
-  explicit ActiveIntfIndex(platform::Ptr<const Status> status);
+  // Without `sources`, only destinations are followed (activeSrcHolders answers nothing).
+  explicit ActiveIntfIndex(platform::Ptr<const Status> status, bool sources = true);
   ~ActiveIntfIndex();
   ActiveIntfIndex(const ActiveIntfIndex&) = delete;
   ActiveIntfIndex& operator=(const ActiveIntfIndex&) = delete;
 
   // The names of the session statuses (companions and leftovers included) that publish the
   // interface as an active source (destination), in name order.
-  const std::set<std::string>& activeSrcHolders(const std::string& intf) const;
-  const std::set<std::string>& activeDestHolders(const std::string& intf) const;
+  const SessionNames& activeSrcHolders(const std::string& intf) const;
+  const SessionNames& activeDestHolders(const std::string& intf) const;
 
  private:
   struct SessionReactor;
@@ -39,8 +40,9 @@ class ActiveIntfIndex {
   void holderIs(const std::string& session, const std::string& intf, bool dest, bool active);
 
   platform::Ptr<const Status> status_;
+  bool sources_;
   platform::Reactor reactor_;
-  std::map<std::string, std::set<std::string>> src_, dest_;
+  std::map<std::string, SessionNames> src_, dest_;
   std::map<std::string, std::unique_ptr<SessionReactor>> sessions_;
 };
 

@@ -546,7 +546,7 @@ void ConfigSm::handleDestDeactivation(const std::string& sessionName, const std:
 void ConfigSm::handleIntfClaimChanged(const std::string& sessionName, const std::string& intfName, bool dest) {
   // Only the sessions that name the interface decide about it (a companion with its parent).
   auto each = [&](bool destPass, auto&& review) {
-    const std::set<std::string> names = destPass ? targetSessionsOf(intfName) : srcSessionsOf(intfName);
+    const SessionNames names = destPass ? targetSessionsOf(intfName) : srcSessionsOf(intfName);
     for (const auto& t : names) {
       for (const auto& smName : {t, fwdingDropSessionName(t)}) {
         Ptr<SessionSm> sm = sessionSm(smName);
@@ -585,9 +585,8 @@ void ConfigSm::maybeUpdateSrcLagMemberState(const std::string& intfName) {
     return;
   }
   // The sessions that have the member or its LAG as a source, in configuration order.
-  std::set<std::string> names = srcSessionsOf(intfName);
-  const std::set<std::string>& lagUsers = srcSessionsOf(lag.name());
-  names.insert(lagUsers.begin(), lagUsers.end());
+  SessionNames names = srcSessionsOf(intfName);
+  for (const auto& name : SessionNames(srcSessionsOf(lag.name()))) insertName(names, name);
   for (const auto& name : names) {
     auto session = mirroringConfig_->session.get(name);
     auto sm = sessionSm(name);
@@ -620,10 +619,6 @@ void ConfigSm::reviewLagMembers(const std::string& lag) {
   for (const auto& member : members) reviewSourceIntfs(*this, member);
 }
 
-platform::IntfId ConfigSm::lagOf(const std::string& intfName) const {
-  if (!lagConfig_) return platform::IntfId();
-  auto entry = lagConfig_->phyIntf.get(platform::IntfId(intfName));
-  return entry ? entry->lag() : platform::IntfId();
-}
+platform::IntfId ConfigSm::lagOf(const std::string& intfName) const { return lagMembers_.lagOf(intfName); }
 
 }  // namespace Mirroring

@@ -32,6 +32,7 @@ void LagMemberIndex::memberIs(const platform::IntfId& member) {
       auto m = members_.find(gone->lag);
       m->second.erase(member);
       if (m->second.empty()) members_.erase(m);
+      lagOf_.erase(member.name());
     }
   }
   if (!entry) return;
@@ -47,9 +48,13 @@ void LagMemberIndex::lagIs(MemberReactor& m) {
     auto it = members_.find(m.lag);
     it->second.erase(m.member);
     if (it->second.empty()) members_.erase(it);
+    lagOf_.erase(m.member.name());
   }
   m.lag = lag;
-  if (!lag.empty()) members_[lag].insert(m.member);
+  if (!lag.empty()) {
+    members_[lag].insert(m.member);
+    lagOf_[m.member.name()] = lag;
+  }
 }
 
 namespace {
@@ -70,6 +75,16 @@ const std::set<platform::IntfId>& LagMemberIndex::membersOf(const platform::Intf
 #endif
   auto it = members_.find(lag);
   return it == members_.end() ? kNone : it->second;
+}
+
+platform::IntfId LagMemberIndex::lagOf(const std::string& member) const {
+#ifdef MIRRORING_REFERENCE_WALK
+  if (!config_) return platform::IntfId();
+  auto entry = config_->phyIntf.get(platform::IntfId(member));
+  return entry ? entry->lag() : platform::IntfId();
+#endif
+  auto it = lagOf_.find(member);
+  return it == lagOf_.end() ? platform::IntfId() : it->second;
 }
 
 }  // namespace Mirroring

@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <set>
+#include <string>
 
 #include "platform/IntfId.h"
 #include "platform/LagTypes.h"
@@ -24,6 +25,8 @@ class LagMemberIndex {
 
   // The ports whose LAG entry names `lag`, in interface order.
   const std::set<platform::IntfId>& membersOf(const platform::IntfId& lag) const;
+  // The Port-Channel the port of that name is a member of, or the empty id.
+  platform::IntfId lagOf(const std::string& member) const;
 
  private:
   struct MemberReactor;
@@ -33,6 +36,7 @@ class LagMemberIndex {
   platform::Ptr<const Lag::Config> config_;
   platform::Reactor reactor_;
   std::map<platform::IntfId, std::set<platform::IntfId>> members_;
+  std::map<std::string, platform::IntfId> lagOf_;  // by name: the rules ask by name
   std::map<platform::IntfId, std::unique_ptr<MemberReactor>> entries_;
 };
 

@@ -423,17 +423,17 @@ class ConfigSm : public platform::RefCounted {
   bool isMirroringDestPort(const std::string& intfName) const;
   // The configured sessions that name an interface as a source (as a target), whether or not
   // they found room.
-  const std::set<std::string>& srcSessionsOf(const std::string& intfName) const {
+  const SessionNames& srcSessionsOf(const std::string& intfName) const {
     return sessionIndex_.srcSessionsOf(intfName);
   }
-  const std::set<std::string>& targetSessionsOf(const std::string& intfName) const {
+  const SessionNames& targetSessionsOf(const std::string& intfName) const {
     return sessionIndex_.targetSessionsOf(intfName);
   }
   // The session statuses that publish an interface as an active source (destination).
-  const std::set<std::string>& activeSrcHolders(const std::string& intfName) const {
+  const SessionNames& activeSrcHolders(const std::string& intfName) const {
     return activeIntfs_.activeSrcHolders(intfName);
   }
-  const std::set<std::string>& activeDestHolders(const std::string& intfName) const {
+  const SessionNames& activeDestHolders(const std::string& intfName) const {
     return activeIntfs_.activeDestHolders(intfName);
   }
   // The Port-Channel an interface is a member of, or the empty id.

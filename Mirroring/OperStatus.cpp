@@ -69,9 +69,9 @@ bool otherSessionSourcesNonRx(const ConfigSm& configSm, const std::string& thisS
 
 // Whether `dest` is an active source of any session that names it, this one included.
 bool activeSourceAnywhere(const ConfigSm& configSm, const std::string& dest) {
-  const std::set<std::string>& named = configSm.srcSessionsOf(dest);
+  const SessionNames& named = configSm.srcSessionsOf(dest);
   for (const auto& name : configSm.activeSrcHolders(dest)) {
-    if (named.count(name)) {
+    if (containsName(named, name)) {
       TRACE(2, dest, " is an active source in session ", name);
       return true;
     }
@@ -280,7 +280,7 @@ OperStatus greDestOperStatus(const ConfigSm& configSm, const platform::VrfName& 
 // walk is over a copy.
 void reviewSourceIntfs(ConfigSm& configSm, const platform::IntfId& intf) {
   TRACE(2, "reviewSourceIntfs for ", intf);
-  const std::set<std::string> names = configSm.srcSessionsOf(intf.name());
+  const SessionNames names = configSm.srcSessionsOf(intf.name());
   for (const std::string& name : names) {
     Ptr<SessionSm> sm = configSm.sessionSm(name);
     if (!sm) continue;
@@ -293,7 +293,7 @@ void reviewSourceIntfs(ConfigSm& configSm, const platform::IntfId& intf) {
 
 void reviewDestIntfs(ConfigSm& configSm, const platform::IntfId& intf) {
   TRACE(2, "reviewDestIntfs for ", intf);
-  const std::set<std::string> names = configSm.targetSessionsOf(intf.name());
+  const SessionNames names = configSm.targetSessionsOf(intf.name());
   for (const std::string& name : names) {
     Ptr<SessionSm> sm = configSm.sessionSm(name);
     if (!sm) continue;

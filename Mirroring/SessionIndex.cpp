@@ -42,22 +42,22 @@ void SessionIndex::sessionIs(const std::string& name) {
 }
 
 namespace {
-const std::set<std::string> kNoSessions;
+const SessionNames kNoSessions;
 
 #ifdef MIRRORING_REFERENCE_WALK
 // The reference the differential check compares with: every session walked on every question.
-const std::set<std::string>& walk(const platform::Ptr<const Config>& config, const std::string& intf, bool target) {
-  static std::set<std::string> found;
+const SessionNames& walk(const platform::Ptr<const Config>& config, const std::string& intf, bool target) {
+  static SessionNames found;
   found.clear();
   for (const auto& [name, session] : config->session) {
-    if ((target ? session->targetIntf.contains(intf) : session->srcIntf.contains(intf))) found.insert(name);
+    if ((target ? session->targetIntf.contains(intf) : session->srcIntf.contains(intf))) found.push_back(name);
   }
   return found;
 }
 #endif
 }  // namespace
 
-const std::set<std::string>& SessionIndex::srcSessionsOf(const std::string& intf) const {
+const SessionNames& SessionIndex::srcSessionsOf(const std::string& intf) const {
 #ifdef MIRRORING_REFERENCE_WALK
   return walk(config_, intf, false);
 #endif
@@ -65,7 +65,7 @@ const std::set<std::string>& SessionIndex::srcSessionsOf(const std::string& intf
   return it == src_.end() ? kNoSessions : it->second;
 }
 
-const std::set<std::string>& SessionIndex::targetSessionsOf(const std::string& intf) const {
+const SessionNames& SessionIndex::targetSessionsOf(const std::string& intf) const {
 #ifdef MIRRORING_REFERENCE_WALK
   return walk(config_, intf, true);
 #endif
@@ -78,9 +78,9 @@ void SessionIndex::intfIs(const std::string& session, const std::string& intf, b
   auto it = index.find(intf);
   const bool was = it != index.end();
   if (present) {
-    index[intf].insert(session);
+    insertName(index[intf], session);
   } else if (was) {
-    it->second.erase(session);
+    eraseName(it->second, session);
     if (it->second.empty()) index.erase(it);
   }
   const bool now = index.count(intf) != 0;

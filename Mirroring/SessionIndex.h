@@ -13,16 +13,32 @@
 // itself.
 #pragma once
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
+#include <vector>
 
 #include "Mirroring/MirroringModel.h"
 #include "platform/Reactor.h"
 
 namespace Mirroring {
+
+// What an index answers: a few session names in name order (the configuration's order). A
+// sorted vector: an interface has a handful, and there are thousands of interface entries.
+using SessionNames = std::vector<std::string>;
+inline bool containsName(const SessionNames& names, const std::string& name) {
+  return std::binary_search(names.begin(), names.end(), name);
+}
+inline void insertName(SessionNames& names, const std::string& name) {
+  auto at = std::lower_bound(names.begin(), names.end(), name);
+  if (at == names.end() || *at != name) names.insert(at, name);
+}
+inline void eraseName(SessionNames& names, const std::string& name) {
+  auto at = std::lower_bound(names.begin(), names.end(), name);
+  if (at != names.end() && *at == name) names.erase(at);
+}
 
 class SessionIndex {
  public:
@@ -36,8 +52,8 @@ class SessionIndex {
   // Whether changes of Port-Channels are told (not while the owner starts up).
   void notifyIs(bool notify) { notify_ = notify; }
 
-  const std::set<std::string>& srcSessionsOf(const std::string& intf) const;
-  const std::set<std::string>& targetSessionsOf(const std::string& intf) const;
+  const SessionNames& srcSessionsOf(const std::string& intf) const;
+  const SessionNames& targetSessionsOf(const std::string& intf) const;
 
  private:
   struct SessionReactor;
@@ -46,7 +62,7 @@ class SessionIndex {
   platform::Ptr<const Config> config_;
   PortChannelNamed changed_;
   bool notify_ = false;
-  std::map<std::string, std::set<std::string>> src_, target_;
+  std::map<std::string, SessionNames> src_, target_;
   std::map<std::string, std::unique_ptr<SessionReactor>> sessions_;
 };
 

@@ -177,7 +177,7 @@ ConfigSm::ConfigSm(Ptr<const CliConfig> cliConfig, Ptr<HwConfig> hwConfig,
       portModeConfig_(std::move(portModeConfig)),
       intfForwardingModelInputDir_(std::move(intfForwardingModelInputDir)),
       sliceHwStatusDir_(std::move(sliceHwStatusDir)),
-      mirroringActive_(mirroringStatus_) {
+      mirroringActive_(mirroringStatus_, false) {
   PLATFORM_ASSERT(cliConfig_);
   PLATFORM_ASSERT(hwConfig_);
   PLATFORM_ASSERT(status_);

@@ -442,7 +442,7 @@ class ConfigSm : public platform::RefCounted {
   }
   const Ptr<const platform::Dir>& sliceHwStatusDir() const { return sliceHwStatusDir_; }
   // The mirroring sessions that hold an interface as an active destination.
-  const std::set<std::string>& mirroringDestHolders(const platform::IntfId& intf) const {
+  const Mirroring::SessionNames& mirroringDestHolders(const platform::IntfId& intf) const {
     return mirroringActive_.activeDestHolders(intf.name());
   }
 

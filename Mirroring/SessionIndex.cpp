@@ -8,9 +8,11 @@ struct SessionIndex::SessionReactor {
   SessionReactor(SessionIndex* idx, platform::Ptr<const Session> s) : index(idx), session(std::move(s)) {
     reactor.on(session->srcIntf, [this](const std::string& intf) {
       index->intfIs(session->name(), intf, false, session->srcIntf.contains(intf));
+      index->tell();
     });
     reactor.on(session->targetIntf, [this](const std::string& intf) {
       index->intfIs(session->name(), intf, true, session->targetIntf.contains(intf));
+      index->tell();
     });
   }
   SessionIndex* index;
@@ -19,7 +21,7 @@ struct SessionIndex::SessionReactor {
 };
 
 SessionIndex::SessionIndex(platform::Ptr<const Config> config, PortChannelNamed changed)
-    : config_(std::move(config)), changed_(std::move(changed)) {
+    : config_(std::move(config)), tell_(std::move(changed)) {
   for (const auto& name : config_->session.keys()) sessionIs(name);
 }
 
@@ -35,10 +37,21 @@ void SessionIndex::sessionIs(const std::string& name) {
     for (const auto& intf : gone->session->srcIntf.keys()) intfIs(name, intf, false, false);
     for (const auto& intf : gone->session->targetIntf.keys()) intfIs(name, intf, true, false);
   }
-  if (!session) return;
-  sessions_[name] = std::make_unique<SessionReactor>(this, session);
-  for (const auto& intf : session->srcIntf.keys()) intfIs(name, intf, false, true);
-  for (const auto& intf : session->targetIntf.keys()) intfIs(name, intf, true, true);
+  if (session) {
+    sessions_[name] = std::make_unique<SessionReactor>(this, session);
+    for (const auto& intf : session->srcIntf.keys()) intfIs(name, intf, false, true);
+    for (const auto& intf : session->targetIntf.keys()) intfIs(name, intf, true, true);
+  }
+  // Told once the index has the session whole: what the owner reviews reads all of it.
+  tell();
+}
+
+void SessionIndex::tell() {
+  std::vector<std::string> changed;
+  changed.swap(changed_);
+  for (const auto& portChannel : changed) {
+    if (notify_ && tell_) tell_(portChannel);
+  }
 }
 
 namespace {
@@ -84,7 +97,7 @@ void SessionIndex::intfIs(const std::string& session, const std::string& intf, b
     if (it->second.empty()) index.erase(it);
   }
   const bool now = index.count(intf) != 0;
-  if (was != now && notify_ && changed_ && platform::IntfId(intf).isPortChannel()) changed_(intf);
+  if (was != now && platform::IntfId(intf).isPortChannel()) changed_.push_back(intf);
 }
 
 }  // namespace Mirroring

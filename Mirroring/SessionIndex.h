@@ -58,9 +58,12 @@ class SessionIndex {
  private:
   struct SessionReactor;
   void intfIs(const std::string& session, const std::string& intf, bool target, bool present);
+  // Tells the owner of the Port-Channels whose naming changed since the last time.
+  void tell();
 
   platform::Ptr<const Config> config_;
-  PortChannelNamed changed_;
+  PortChannelNamed tell_;
+  std::vector<std::string> changed_;
   bool notify_ = false;
   std::map<std::string, SessionNames> src_, target_;
   std::map<std::string, std::unique_ptr<SessionReactor>> sessions_;

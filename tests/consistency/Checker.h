@@ -58,6 +58,9 @@ struct CheckResult {
   Counters counters;
 };
 
+// Whether a failure counts under `o.only` and `o.skip`.
+bool wanted(const Failure& f, const CheckOptions& o);
+
 // `progress` hears where the run is (for reports of a run that dies); may be empty.
 CheckResult checkStream(const Stream& s, const CheckOptions& o,
                         const std::function<void(const std::string&)>& progress);

@@ -15,6 +15,16 @@ struct IsolationOptions {
 
 CheckResult checkIsolated(const Stream& s, const CheckOptions& o, const IsolationOptions& io = {});
 
+using Progress = std::function<void(const std::string&)>;
+
+struct ChildRun {
+  std::optional<json> result;    // what the work answered
+  std::optional<Failure> crash;  // the fault that ended the child, when it did not end cleanly
+};
+
+// Runs `work` in a forked child (which tells where it is through `progress`, may be empty).
+ChildRun runIsolated(const std::function<json(const Progress&)>& work, const IsolationOptions& io);
+
 // The fault a dead child's standard error shows: the rule ("agentAbort", "sanitizer",
 // "timeout"), a signature without addresses or directories, and the telling lines.
 Failure crashFailure(int waitStatus, const std::string& stderrText, const std::string& lastProgress);

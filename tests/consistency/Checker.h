@@ -44,6 +44,9 @@ struct Counters {
 
 struct CheckOptions {
   std::string plugin;
+  // A second build of the agent: when set, every stream also runs through both plug-ins, which
+  // must do exactly the same (see Differential.h).
+  std::string reference;
   int boundaries = 6;  // restart boundaries checked when a stream has more
   bool restartChecks = true;
   // When set, only failures with this signature count (shrinking); others are passed over.

@@ -13,6 +13,8 @@ struct IsolationOptions {
   unsigned timeoutSeconds = 300;  // a child still running then is stopped and reported
 };
 
+// The stream's checks in a child; then, with `o.reference` set and nothing found, the
+// comparison with the reference (Differential.h).
 CheckResult checkIsolated(const Stream& s, const CheckOptions& o, const IsolationOptions& io = {});
 
 using Progress = std::function<void(const std::string&)>;

@@ -56,9 +56,9 @@ Failure listsDiffer(const std::string& what, const json& test, const json& ref, 
   }
   const std::string line = lineText.empty() ? "" : " (" + lineText.substr(0, 200) + ")";
   return Failure{sameAsReference,
-                 what + " " + at + line + " differ from #" + std::to_string(i + 1) + " on (under test " +
-                     std::to_string(test.size()) + ", reference " + std::to_string(ref.size()) +
-                     "): under test " + entries(test, i) + "; reference " + entries(ref, i),
+                 what + " " + at + line + " differ from #" + std::to_string(i + 1) + " on (" +
+                     std::to_string(test.size()) + " under test, " + std::to_string(ref.size()) +
+                     " in the reference): under test " + entries(test, i) + "; reference " + entries(ref, i),
                  at, std::string(sameAsReference) + " " + what + " " + where};
 }
 

@@ -50,17 +50,6 @@ json asJson(const platform::Value& v) {
 
 std::string where(int line) { return line < 0 ? "after start-up" : "after line " + std::to_string(line + 1); }
 
-// The mount and the field below it of a path: a coarse name for where two states differ.
-std::string area(const std::string& path, const json& dump) {
-  std::string mount;
-  for (const auto& [m, content] : dump.items()) {
-    if ((path == m || path.rfind(m + "/", 0) == 0) && m.size() > mount.size()) mount = m;
-  }
-  if (mount.empty() || path.size() <= mount.size()) return path;
-  const std::size_t next = path.find('/', mount.size() + 1);
-  return path.substr(0, next);
-}
-
 class AgentRun {
  public:
   explicit AgentRun(const CheckOptions& o) : host_("Mirroring", 0.0), stream_(host_, {}, {}) {
@@ -126,10 +115,7 @@ class StreamCheck {
   bool fail(const std::string& invariant, const std::string& detail, const std::string& at,
             const std::string& signature = "", int boundary = -1) {
     Failure f{invariant, detail, at, signature.empty() ? invariant : signature, boundary};
-    if (!o_.only.empty() && f.signature != o_.only) return false;
-    for (const auto& known : o_.skip) {
-      if (f.signature.rfind(known, 0) == 0) return false;
-    }
+    if (!wanted(f, o_)) return false;
     result_.failure = std::move(f);
     return true;
   }
@@ -317,6 +303,14 @@ Counters& Counters::operator+=(const Counters& o) {
   linesRun += o.linesRun;
   restarts += o.restarts;
   return *this;
+}
+
+bool wanted(const Failure& f, const CheckOptions& o) {
+  if (!o.only.empty() && f.signature != o.only) return false;
+  for (const auto& known : o.skip) {
+    if (f.signature.rfind(known, 0) == 0) return false;
+  }
+  return true;
 }
 
 CheckResult checkStream(const Stream& s, const CheckOptions& o,

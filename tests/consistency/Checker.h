@@ -44,6 +44,9 @@ struct Counters {
 
 struct CheckOptions {
   std::string plugin;
+  // A second build of the agent: when set, every stream also runs through both plug-ins, which
+  // must do exactly the same (see Differential.h).
+  std::string reference;
   int boundaries = 6;  // restart boundaries checked when a stream has more
   bool restartChecks = true;
   // When set, only failures with this signature count (shrinking); others are passed over.
@@ -57,6 +60,9 @@ struct CheckResult {
   std::optional<Failure> failure;
   Counters counters;
 };
+
+// Whether a failure counts under `o.only` and `o.skip`.
+bool wanted(const Failure& f, const CheckOptions& o);
 
 // `progress` hears where the run is (for reports of a run that dies); may be empty.
 CheckResult checkStream(const Stream& s, const CheckOptions& o,

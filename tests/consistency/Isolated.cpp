@@ -1,5 +1,7 @@
 #include "consistency/Isolated.h"
 
+#include "consistency/Differential.h"
+
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -108,9 +110,13 @@ Failure crashFailure(int status, const std::string& err, const std::string& last
                  lastProgress, "agentExit " + code};
 }
 
-CheckResult checkIsolated(const Stream& s, const CheckOptions& o, const IsolationOptions& io) {
+ChildRun runIsolated(const std::function<json(const Progress&)>& work, const IsolationOptions& io) {
+  ChildRun run;
   int pipeFds[2];
-  if (::pipe(pipeFds) != 0) return checkStream(s, o, nullptr);
+  if (::pipe(pipeFds) != 0) {
+    run.result = work(nullptr);
+    return run;
+  }
   char errPath[] = "/tmp/consistencyCheck-stderr-XXXXXX";
   const int errFd = ::mkstemp(errPath);
   if (errFd >= 0) ::unlink(errPath);
@@ -122,9 +128,7 @@ CheckResult checkIsolated(const Stream& s, const CheckOptions& o, const Isolatio
     ::signal(SIGALRM, SIG_DFL);
     ::alarm(io.timeoutSeconds);
     const int out = pipeFds[1];
-    CheckResult r = checkStream(s, o, [out](const std::string& p) { writeAll(out, "P " + p + "\n"); });
-    json result = {{"failure", r.failure ? failureToJson(*r.failure) : json(nullptr)},
-                   {"counters", countersToJson(r.counters)}};
+    const json result = work([out](const std::string& p) { writeAll(out, "P " + p + "\n"); });
     writeAll(out, "R " + result.dump() + "\n");
     ::close(out);
     // A normal exit, so that a leak check at exit still reports.
@@ -137,33 +141,61 @@ CheckResult checkIsolated(const Stream& s, const CheckOptions& o, const Isolatio
   while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
   }
   std::string lastProgress;
-  std::optional<json> result;
   std::istringstream lines(text);
   for (std::string l; std::getline(lines, l);) {
     if (l.rfind("P ", 0) == 0) lastProgress = l.substr(2);
-    if (l.rfind("R ", 0) == 0) result = json::parse(l.substr(2), nullptr, false);
+    if (l.rfind("R ", 0) == 0) run.result = json::parse(l.substr(2), nullptr, false);
   }
-  CheckResult r;
-  r.counters.streams = 1;
-  if (result && result->is_object()) {
-    r.counters = countersFromJson((*result)["counters"]);
-    if ((*result)["failure"].is_object()) r.failure = failureFromJson((*result)["failure"]);
-  }
-  const bool clean = WIFEXITED(status) && WEXITSTATUS(status) == 0 && result;
-  if (!clean && !r.failure) {
+  if (run.result && run.result->is_discarded()) run.result.reset();
+  if (!(WIFEXITED(status) && WEXITSTATUS(status) == 0 && run.result)) {
     std::string err;
     if (errFd >= 0) {
       ::lseek(errFd, 0, SEEK_SET);
       err = readAll(errFd);
     }
-    r.failure = crashFailure(status, err, lastProgress);
+    run.crash = crashFailure(status, err, lastProgress);
+  }
+  if (errFd >= 0) ::close(errFd);
+  return run;
+}
+
+namespace {
+
+CheckResult checkInvariantsIsolated(const Stream& s, const CheckOptions& o, const IsolationOptions& io) {
+  CheckResult r;
+  r.counters.streams = 1;
+  ChildRun run = runIsolated(
+      [&](const Progress& progress) {
+        CheckResult cr = checkStream(s, o, progress);
+        return json{{"failure", cr.failure ? failureToJson(*cr.failure) : json(nullptr)},
+                    {"counters", countersToJson(cr.counters)}};
+      },
+      io);
+  if (run.result && run.result->is_object()) {
+    r.counters = countersFromJson((*run.result)["counters"]);
+    if ((*run.result)["failure"].is_object()) r.failure = failureFromJson((*run.result)["failure"]);
+  }
+  if (run.crash && !r.failure) {
+    r.failure = run.crash;
     if (!o.only.empty() && r.failure->signature != o.only) r.failure->signature += " (not the one looked for)";
     // A known fault that ends the run ends this stream's checks; nothing more can be seen.
     for (const auto& known : o.skip) {
       if (r.failure && r.failure->signature.rfind(known, 0) == 0) r.failure.reset();
     }
   }
-  if (errFd >= 0) ::close(errFd);
+  return r;
+}
+
+}  // namespace
+
+CheckResult checkIsolated(const Stream& s, const CheckOptions& o, const IsolationOptions& io) {
+  CheckResult r;
+  r.counters.streams = 1;
+  // Minimising a difference from the reference needs only the two runs compared.
+  const bool differenceOnly = o.only.rfind(sameAsReference, 0) == 0;
+  if (!differenceOnly) r = checkInvariantsIsolated(s, o, io);
+  if (r.failure || o.reference.empty()) return r;
+  if (auto f = compareWithReference(s, o, io, r.counters); f && wanted(*f, o)) r.failure = std::move(f);
   return r;
 }
 

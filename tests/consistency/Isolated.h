@@ -13,7 +13,19 @@ struct IsolationOptions {
   unsigned timeoutSeconds = 300;  // a child still running then is stopped and reported
 };
 
+// The stream's checks in a child; then, with `o.reference` set and nothing found, the
+// comparison with the reference (Differential.h).
 CheckResult checkIsolated(const Stream& s, const CheckOptions& o, const IsolationOptions& io = {});
+
+using Progress = std::function<void(const std::string&)>;
+
+struct ChildRun {
+  std::optional<json> result;    // what the work answered
+  std::optional<Failure> crash;  // the fault that ended the child, when it did not end cleanly
+};
+
+// Runs `work` in a forked child (which tells where it is through `progress`, may be empty).
+ChildRun runIsolated(const std::function<json(const Progress&)>& work, const IsolationOptions& io);
 
 // The fault a dead child's standard error shows: the rule ("agentAbort", "sanitizer",
 // "timeout"), a signature without addresses or directories, and the telling lines.

@@ -1,5 +1,7 @@
 #include "consistency/Shrink.h"
 
+#include "consistency/Differential.h"
+
 #include <sys/stat.h>
 
 #include <chrono>
@@ -172,7 +174,7 @@ ShrinkResult shrink(const Stream& s, const Failure& failure, const CheckOptions&
 }
 
 bool writeReproducer(const std::string& dir, const Stream& s, const Failure& f, const std::string& mirroringd,
-                     std::string& error) {
+                     const std::string& reference, std::string& error) {
   std::error_code ec;
   std::filesystem::create_directories(dir, ec);
   if (ec) {
@@ -185,9 +187,12 @@ bool writeReproducer(const std::string& dir, const Stream& s, const Failure& f, 
                                       << f.invariant << " (" << f.where << ")\n"
                                       << f.detail << "\n";
   const std::string script = dir + "/replay.sh";
+  const bool differs = f.invariant == sameAsReference;
   std::ofstream(script) << "#!/bin/sh\n"
                         << "# " << f.invariant << ", seed " << s.seed << ". The checker replays it with\n"
-                        << "#   consistencyCheck --replay " << dir << "\n"
+                        << "#   consistencyCheck --replay " << dir << (differs ? " --reference " + reference : "")
+                        << "\n"
+                        << (differs ? "# With MIRRORINGD_PLUGIN=" + reference + " it runs the reference.\n" : "")
                         << "cd \"$(dirname \"$0\")\"\n"
                         << "exec \"${MIRRORINGD:-" << mirroringd
                         << "}\" --view --dump - --changes changes.jsonl state.json\n";

@@ -28,8 +28,9 @@ ShrinkResult shrink(const Stream& s, const Failure& failure, const CheckOptions&
                     const IsolationOptions& io);
 
 // Writes state.json, changes.jsonl, failure.txt and replay.sh (the mirroringd command line).
+// `reference`: the reference plug-in a difference from it was found with.
 bool writeReproducer(const std::string& dir, const Stream& s, const Failure& f, const std::string& mirroringd,
-                     std::string& error);
+                     const std::string& reference, std::string& error);
 bool readReproducer(const std::string& dir, Stream& s, std::string& error);
 
 }  // namespace consistency

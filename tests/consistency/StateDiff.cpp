@@ -49,6 +49,17 @@ std::string describe(const std::vector<Difference>& ds, std::size_t max) {
   return out;
 }
 
+// The mount and the field below it of a path: a coarse name for where two states differ.
+std::string area(const std::string& path, const json& dump) {
+  std::string mount;
+  for (const auto& [m, content] : dump.items()) {
+    if ((path == m || path.rfind(m + "/", 0) == 0) && m.size() > mount.size()) mount = m;
+  }
+  if (mount.empty() || path.size() <= mount.size()) return path;
+  const std::size_t next = path.find('/', mount.size() + 1);
+  return path.substr(0, next);
+}
+
 const json* valueAt(const json& dump, const std::string& path) {
   std::string mount;
   for (const auto& [m, content] : dump.items()) {

@@ -37,6 +37,9 @@ const std::vector<ExceptionFilter>& restartExceptions();
 // The value at a path of a dump (a mount path, then fields and keys), or null.
 const json* valueAt(const json& dump, const std::string& path);
 
+// The mount and the field below it of a path: a coarse name for where two states differ.
+std::string area(const std::string& path, const json& dump);
+
 // The differences no exception tolerates.
 std::vector<Difference> untolerated(const std::vector<Difference>& ds, const json& before, const json& after);
 

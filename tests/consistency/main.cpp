@@ -11,6 +11,7 @@
 #include <map>
 #include <set>
 
+#include "consistency/Differential.h"
 #include "consistency/Generator.h"
 #include "consistency/Invariants.h"
 #include "consistency/Shrink.h"
@@ -71,8 +72,8 @@ class Run {
   int finish() {
     progress(true);
     std::printf(
-        "\n%llu streams, %llu lines (%llu run in all, restart equivalence included), %llu restarts, "
-        "%.1f s checking: %.2f streams/s, %.0f lines/s\n",
+        "\n%llu streams, %llu lines (%llu run in all, restart equivalence and reference runs included), "
+        "%llu restarts, %.1f s checking: %.2f streams/s, %.0f lines/s\n",
         (unsigned long long)counters_.streams, (unsigned long long)counters_.lines,
         (unsigned long long)counters_.linesRun, (unsigned long long)counters_.restarts, checking_,
         counters_.streams / std::max(checking_, 1e-9), counters_.lines / std::max(checking_, 1e-9));
@@ -104,7 +105,8 @@ class Run {
     ShrinkResult m = consistency::shrink(st, f, s_.check, s_.shrinkOptions, s_.isolation);
     const std::string dir = s_.out + "/" + f.invariant + "-seed" + std::to_string(st.seed);
     std::string error;
-    const bool written = writeReproducer(dir, m.stream, m.failure, ownDirectory() + "/mirroringd", error);
+    const bool written =
+        writeReproducer(dir, m.stream, m.failure, ownDirectory() + "/mirroringd", s_.check.reference, error);
     std::printf("  minimised in %d runs to %zu lines: %s (%s): %s\n", m.runs, m.stream.lines.size(),
                 m.failure.invariant.c_str(), m.failure.where.c_str(), m.failure.detail.c_str());
     std::printf("  state.json:\n%s\n  changes.jsonl:\n%s", compactState(m.stream.state).c_str(),
@@ -176,7 +178,7 @@ int checkMain(int argc, char** argv) {
   app.footer("Invariants:" + invariantList +
              "\nAlso: goodLineAccepted, badLineRefused, badLineChangesNothing, "
              "restartIdempotent, restartEquivalence, startFails, restartFails, agentAbort, agentCrash, sanitizer, "
-             "timeout.");
+             "timeout; with --reference, sameAsReference.");
   auto* seeds = app.add_option("--seeds", s.seeds, "a bounded run over the seeds A-B (default 1-20)");
   auto* seconds =
       app.add_option("--seconds", s.seconds, "an unbounded run: streams from --seed on until N seconds pass")
@@ -190,6 +192,10 @@ int checkMain(int argc, char** argv) {
   app.add_option("--out", s.out, "where reproducers go")->capture_default_str();
   s.check.plugin = host::defaultPluginPath();
   app.add_option("--plugin", s.check.plugin, "the agent plug-in")->capture_default_str();
+  app.add_option("--reference", s.check.reference,
+                 "a second build of the agent (libMirroringReference.so): every stream runs through both plug-ins, "
+                 "which must make the same writes and messages line by line and end in the same state")
+      ->check(CLI::ExistingFile);
   app.add_flag("!--no-shrink", s.shrink, "report failures without minimising them");
   app.add_option("--shrink-runs", s.shrinkOptions.maxRuns, "runs a minimisation may take")->capture_default_str();
   app.add_option("--shrink-seconds", s.shrinkOptions.maxSeconds, "time a minimisation may take")->capture_default_str();
@@ -205,12 +211,22 @@ int checkMain(int argc, char** argv) {
   platform::toggles::setDirectory("/nonexistent/consistencyCheck/toggles");
   platform::toggles::setWarningHandler([](std::string_view) {});
 
-  // The plug-in is loaded once here, so that every forked child finds it loaded.
+  // Absolute, so that the loader does not search for it and a reproducer's replay.sh can name it.
+  if (!s.check.reference.empty()) s.check.reference = std::filesystem::absolute(s.check.reference).string();
+  // The plug-in is loaded once here, so that every forked child finds it loaded; but with a
+  // reference neither may be loaded here (see Differential.h): each child opens its own.
   host::AgentHost preload("Mirroring", 0);
   std::string error;
-  if (!preload.openPlugin(s.check.plugin, error)) {
+  if (s.check.reference.empty() && !preload.openPlugin(s.check.plugin, error)) {
     std::fprintf(stderr, "consistencyCheck: %s\n", error.c_str());
     return 2;
+  }
+  for (const std::string& plugin : s.check.reference.empty() ? std::vector<std::string>{}
+                                                               : std::vector{s.check.plugin, s.check.reference}) {
+    if (auto problem = probePlugin(plugin, s.isolation)) {
+      std::fprintf(stderr, "consistencyCheck: %s\n", problem->c_str());
+      return 2;
+    }
   }
   if (!s.replay.empty()) return replay(s);
   Run run(s);

@@ -2,6 +2,7 @@
 
 #include "platform/Codec.h"
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -18,8 +19,6 @@ constexpr int kToolLinecards = 4;   // linecards 9-12
 constexpr int kLags = 64;           // members on linecards 13-16, two each
 constexpr int kMirroredLags = 32;   // Port-Channel1-32; 33-64 are destinations
 constexpr int kGroups = 64;
-constexpr int kMaxSessions = 255;  // what the hardware allows
-constexpr int kSourcesPerSession = 16;
 constexpr int kGreKeys = 16;
 constexpr int kVlans = 8;
 
@@ -78,7 +77,7 @@ Value capability() {
   Value sizes = Value::array();
   sizes.push("truncationSize128");
   sizes.push("truncationSize192");
-  return object({{"maxSupportedSessions", kMaxSessions},
+  return object({{"maxSupportedSessions", kMaxScaleSessions},
                  {"truncationSupported", true},
                  {"truncationSizesSupported", sizes},
                  {"headerRemovalSupported", true},
@@ -105,13 +104,13 @@ Value greKey(int k) {
 
 // The configuration of session i (0-based); `plain` counts the sessions before it that send to
 // Port-Channels, so that those spread evenly over the destination Port-Channels.
-Value session(int i, int sessions, int& plain, const std::vector<std::string>& sourcePool,
+Value session(int i, int sessions, int sources, int& plain, const std::vector<std::string>& sourcePool,
               const std::vector<std::string>& tools) {
   const bool gre = i % 4 == 3;
   Value src = Value::object();
-  for (int j = 0; j < kSourcesPerSession; ++j) {
-    std::string intf = sourcePool[(i * kSourcesPerSession + j) % sourcePool.size()];
-    if (j == kSourcesPerSession - 1 && i % 10 == 0) intf = lagMembers(1 + i % kMirroredLags)[0];
+  for (int j = 0; j < sources; ++j) {
+    std::string intf = sourcePool[(i * sources + j) % sourcePool.size()];
+    if (j == sources - 1 && i % 10 == 0) intf = lagMembers(1 + i % kMirroredLags)[0];
     const char* direction = gre ? "rx" : (j % 3 == 0 ? "both" : j % 3 == 1 ? "rx" : "tx");
     src.set(intf, object({{"direction", direction}}));
   }
@@ -140,7 +139,7 @@ Value session(int i, int sessions, int& plain, const std::vector<std::string>& s
 
 }  // namespace
 
-ScaleSwitch makeScaleSwitch(int sessions) {
+ScaleSwitch makeScaleSwitch(int sessions, int sourcesPerSession) {
   ScaleSwitch out;
   const std::vector<std::string> taps = tapPorts();
   const std::vector<std::string> tools = toolPorts();
@@ -227,7 +226,7 @@ ScaleSwitch makeScaleSwitch(int sessions) {
   Value configured = Value::object();
   int plain = 0;
   for (int i = 0; i < sessions; ++i) {
-    Value cfg = session(i, sessions, plain, sourcePool, tools);
+    Value cfg = session(i, sessions, sourcesPerSession, plain, sourcePool, tools);
     out.sources += int(cfg.find("srcIntf")->asObject().size());
     configured.set(sessionName(i), std::move(cfg));
   }
@@ -290,6 +289,57 @@ ScaleSwitch makeScaleSwitch(int sessions) {
   out.events.push_back({"session", "session " + again + " is deleted, then configured again",
                         {change("del", "mirroring/config/session/" + again, nullptr)},
                         {change("set", "mirroring/config/session/" + again, againCfg)}});
+
+  // The busiest sources: the first tap port and the first mirrored Port-Channel that are
+  // sources of the most sessions.
+  std::map<std::string, int> uses;
+  for (const auto& [name, cfg] : configured.asObject()) {
+    for (const auto& [intf, direction] : cfg.find("srcIntf")->asObject()) ++uses[intf];
+  }
+  auto busiest = [&uses](const std::vector<std::string>& among) {
+    std::string best = among.front();
+    for (const auto& intf : among) {
+      if (uses[intf] > uses[best]) best = intf;
+    }
+    return best;
+  };
+  const std::string sourcePort = busiest(taps);
+  const std::string sourcePortPath = "interface/status/eth/intf/intfStatus/" + sourcePort;
+  out.events.push_back({"sourcePortFlap",
+                        "tap port " + sourcePort + ", a source of " + std::to_string(uses[sourcePort]) +
+                            " sessions, leaves the hardware, then comes back",
+                        {change("merge", sourcePortPath, &inactive)},
+                        {change("merge", sourcePortPath, &active)}});
+
+  // A Port-Channel's state is its two status records: the interface's and the LAG's.
+  std::vector<std::string> mirroredLags;
+  for (int n = 1; n <= kMirroredLags; ++n) mirroredLags.push_back(portChannel(n));
+  const std::string sourceLag = busiest(mirroredLags);
+  const Value lagDown = object({{"hwActive", false}, {"linkStatus", "linkDown"}});
+  const Value lagUp = object({{"hwActive", true}, {"linkStatus", "linkUp"}});
+  const std::string lagIntfPath = "interface/status/eth/intf/intfStatus/" + sourceLag;
+  const std::string lagStatusPath = "interface/status/eth/lag/intfStatus/" + sourceLag;
+  out.events.push_back({"portChannelFlap",
+                        sourceLag + ", a source of " + std::to_string(uses[sourceLag]) +
+                            " sessions, goes down and leaves the hardware, then comes back up",
+                        {change("merge", lagIntfPath, &lagDown), change("merge", lagStatusPath, &lagDown)},
+                        {change("merge", lagIntfPath, &lagUp), change("merge", lagStatusPath, &lagUp)}});
+
+  const Value no = Value(false), yes = Value(true);
+  const std::string capPath = "mirroring/hwcapability/multiSessionForSourceSupported";
+  out.events.push_back({"capabilityFlip",
+                        "the hardware stops allowing a source in several sessions, then allows it again",
+                        {change("set", capPath, &no)},
+                        {change("set", capPath, &yes)}});
+
+  // The first member of Port-Channel1, itself listed as a source by mon001 (and mon161).
+  const std::string member = lagMembers(1)[0];
+  const Value membership = object({{"lag", portChannel(1)}}), model = Value("intfForwardingModelLagMember");
+  const std::string memberPath = "lag/config/phyIntf/" + member;
+  const std::string modelPath = "interface/input/forwardingmodel/lag/forwardingModelInput/" + member;
+  out.events.push_back({"lagMember", member + " leaves " + portChannel(1) + " (a mirrored Port-Channel), then rejoins",
+                        {change("del", memberPath, nullptr), change("del", modelPath, nullptr)},
+                        {change("set", memberPath, &membership), change("set", modelPath, &model)}});
   return out;
 }
 

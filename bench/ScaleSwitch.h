@@ -14,10 +14,10 @@
 // interfaces are not.
 //
 // The hardware allows 255 monitor sessions, several sessions per source and per destination,
-// and several destinations per session; all 255 are configured ("mon001" ... "mon255"; fewer
-// on request, for measuring how costs grow), with 16
+// and several destinations per session; all 255 are configured ("mon001" ... "mon255"), with 16
 // sources each taken in turn from the tap ports and Port-Channel1-32 (so each of those is a
-// source of about 14 sessions). Every fourth session mirrors into a GRE tunnel: 64 sessions on
+// source of about 14 sessions). Both numbers can be made smaller or larger, for measuring how
+// costs grow; the rest of the switch stays as it is. Every fourth session mirrors into a GRE tunnel: 64 sessions on
 // 16 tunnel keys, four sessions to a key; the last two keys name a VRF that does not exist, so
 // their seven sessions (the eighth would be mon256) have no active destination. The other sessions send to one of the
 // destination Port-Channels (every sixteenth to two of them), a few to the CPU, and the last one
@@ -55,8 +55,12 @@ struct ScaleSwitch {
   int groups = 0;
 };
 
-// `sessions` (at most 255) sessions are configured; the hardware allows 255 whatever the number.
-// The events are chosen for the full size.
-ScaleSwitch makeScaleSwitch(int sessions = 255);
+constexpr int kMaxScaleSessions = 255;  // what the hardware allows
+constexpr int kMaxScaleSources = 288;   // the tap ports and the mirrored Port-Channels
+
+// `sessions` (1 to 255) sessions are configured with `sourcesPerSession` (1 to 288) sources
+// each; the hardware allows 255 sessions whatever the number. The events are chosen for the
+// full size.
+ScaleSwitch makeScaleSwitch(int sessions = kMaxScaleSessions, int sourcesPerSession = 16);
 
 }  // namespace bench

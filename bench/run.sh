@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the benchmarks in Release, runs each 5 times and prints the medians with their ratio
-# to the floor of their group ("<group>/floor", measured in the same run).
+# to the floor of their group ("<group>/floor", measured in the same run); for the growth
+# series the exponent between successive points, and the tear-down against the start-up.
 #
 #   bench/run.sh [extra benchmark flags, e.g. --benchmark_filter=attr_set]
 # BENCHES (default "platformBench agentBench") names the binaries to run; BUILD_DIR (default
@@ -26,7 +27,7 @@ for bench in $benches; do
   echo "results: $out" >&2
 
   python3 - "$out" <<'EOF'
-import json, re, sys
+import json, math, re, sys
 data = json.load(open(sys.argv[1]))
 # "group/variant/iterations:3" is "group/variant" run a fixed number of times.
 def short(name):
@@ -61,7 +62,8 @@ if with_writes:
 print(header)
 print(rule)
 for name, s in stat.items():
-    floor = stat.get(name.rsplit("/", 1)[0] + "/floor", {}).get("median")
+    # A build (the start-up a tear-down is set against) is a reference of its own, not floored.
+    floor = None if name.endswith("/build") else stat.get(name.rsplit("/", 1)[0] + "/floor", {}).get("median")
     ratio = f"{s['median'] / floor:.2f}" if floor else "-"
     cv = f"{100 * s['cv']:.0f}%" if "cv" in s else "-"
     u = unit[name].replace("us", "µs")
@@ -73,5 +75,35 @@ for name, s in stat.items():
             halves = f"{c['w.there']:.0f} / {c['w.back']:.0f} ({c['min.there']:.0f} / {c['min.back']:.0f})"
         line += f" {trio(c, 'w.')} | {trio(c, 'min.')} | {halves} |"
     print(line)
+
+# Growth series ("growth/<series>/<n>/agent|floor"): the local exponent between successive
+# points, log(t2/t1) / log(n2/n1): 1 is linear, 2 quadratic.
+series = {}
+for name, s in stat.items():
+    m = re.fullmatch(r"growth/([^/]+)/(\d+)/(agent|floor)", name)
+    if m:
+        series.setdefault(m[1], {}).setdefault(int(m[2]), {})[m[3]] = s["median"]
+def exponent(a, b, n1, n2):
+    return f"{math.log(b / a) / math.log(n2 / n1):.2f}" if a and b else "-"
+for name, points in series.items():
+    print()
+    print(f"growth by {name}: the exponent from the point above, log(t2/t1) / log(n2/n1)")
+    print(f"| {name} | agent | floor | x floor | agent exponent | floor exponent |")
+    print("| ---: | ---: | ---: | ---: | ---: | ---: |")
+    last = None
+    for n in sorted(points):
+        a, f = points[n].get("agent"), points[n].get("floor")
+        u = unit.get(f"growth/{name}/{n}/agent", "").replace("us", "µs")
+        ea = exponent(points[last].get("agent"), a, last, n) if last else ""
+        ef = exponent(points[last].get("floor"), f, last, n) if last else ""
+        ratio = f"{a / f:.1f}" if a and f else "-"
+        print(f"| {n} | {a or 0:.2f} {u} | {f or 0:.2f} {u} | {ratio} | {ea} | {ef} |")
+        last = n
+
+# A tear-down beside the start-up that built it.
+down, build = stat.get("teardown/agent", {}).get("median"), stat.get("teardown/build", {}).get("median")
+if down and build:
+    print()
+    print(f"tear-down / start-up: {down / build:.3f} ({down:.2f} against {build:.2f} {unit['teardown/agent']})")
 EOF
 done

@@ -113,7 +113,7 @@ TEST_F(MirroringdTest, EveryProgramAnswersHelpWithItsUsageAndWritesNothing) {
   programs.push_back({SCALE_SWITCH_STATE_PATH, "STATE_FILE"});
 #endif
   for (const char* script : {"scripts/install-deps.sh", "scripts/run-example.sh", "scripts/test.sh", "bench/run.sh",
-                             "bench/agent.sh", ".ci/run"}) {
+                             "bench/agent.sh", "bench/callgrind.sh", ".ci/run"}) {
     programs.push_back({std::string(SOURCE_DIR) + "/" + script, script});
   }
   const std::set<fs::path> before{fs::directory_iterator(dir_), fs::directory_iterator()};

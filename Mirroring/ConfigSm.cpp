@@ -70,7 +70,15 @@ ConfigSm::ConfigSm(Ptr<const Config> mirroringConfig, Ptr<Status> mirroringStatu
       activeIntfs_(mirroringStatus_),
       lagMembers_(lagConfig_),
       greTunnels_(mirroringStatus_),
-      sessionIndex_(mirroringConfig_, [this](const std::string& lag) { reviewLagMembers(lag); }) {
+      sessionIndex_(
+          mirroringConfig_, [this](const std::string& lag) { reviewLagMembers(lag); },
+          [this](const std::string& session, const std::string& intf) {
+            // Whatever rewrites the session's hardware copy before it hears of the source
+            // looks at that source too (the companion's copy has its parent's sources).
+            for (const auto& name : {session, fwdingDropSessionName(session)}) {
+              if (Ptr<SessionSm> sm = sessionSm(name)) sm->hwSourceStale(intf);
+            }
+          }) {
   PLATFORM_ASSERT(mirroringConfig_ && mirroringStatus_ && mirroringHwConfig_);
   configReactor_.on(mirroringConfig_->session, [this](const std::string& name) { handleSession(name); });
   if (mirroringHwStatus_) {

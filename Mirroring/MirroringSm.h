@@ -201,12 +201,13 @@ class SessionSm : public platform::RefCounted {
   // when it comes out different.
   void reviewSource(const std::string& name);
   void reviewDest(const std::string& name);
-  // What a rewrite of the hardware copy must look at: all of it; the settings (no source or
-  // destination changed); or one source. What the sources decide together is always looked at.
+  // Which sources a rewrite of the hardware copy must look at: all of them; none (a setting
+  // changed); or one. Sources marked stale are looked at too, and so is everything else.
   enum class HwScope { all, settings, oneSource };
   void doMaybeUpdateHwConfig(HwScope scope = HwScope::all, const std::string& source = std::string());
-  // The source's entry waits for the next rewrite (its filter, on hardware that does not
-  // filter sources yet).
+  // The source's entry waits for the next rewrite: it is no longer what the configuration or
+  // the status says (its filter, on hardware that does not filter sources yet; an entry added
+  // or removed, before this machine hears of it).
   void hwSourceStale(const std::string& src);
   void updateHwConfigTargetIntf(const platform::IntfId& intf, bool drop);
   void handleGreTunnelKey();
@@ -290,7 +291,7 @@ class SessionSm : public platform::RefCounted {
   std::set<std::string> srcAclRefresh_;
   // What changed since the hardware copy was last written.
   struct HwPending {
-    bool all = false, settings = false;
+    bool all = false;
     std::set<std::string> sources;
   };
   HwPending hwPending_;

@@ -33,7 +33,6 @@ void SessionSm::hwSourceStale(const std::string& src) { hwPending_.sources.inser
 void SessionSm::doMaybeUpdateHwConfig(HwScope scope, const std::string& source) {
   auto hwConfig = configSm_->mirroringHwConfig();
   if (scope == HwScope::all) hwPending_.all = true;
-  if (scope == HwScope::settings) hwPending_.settings = true;
   if (scope == HwScope::oneSource) hwPending_.sources.insert(source);
   if (dying_) {
     hwPending_ = {};
@@ -52,30 +51,28 @@ void SessionSm::doMaybeUpdateHwConfig(HwScope scope, const std::string& source) 
     return;
   }
   TRACE(2, "Updating HwConfig for session ", name_);
-  // A copy written whole earlier is up to date but for what changed since; a new one, or one
-  // with filters to refresh, is written whole.
+  // Everything is looked at but the sources, which a session has many of: a copy written whole
+  // earlier has them up to date but for the ones changed since (told here or marked stale); a
+  // new copy, or one with filters to refresh, is written whole.
   bool all = work.all || !srcAclRefresh_.empty() || !hwWhole_ || !hwConfig->session.contains(name_);
 #ifdef MIRRORING_REFERENCE_WALK
   all = true;  // the reference the differential check compares with
 #endif
-  const bool settings = all || work.settings;
   hwWhole_ = true;
   Ptr<Session> hw = hwConfig->sessionIs(name_);
   const HwCapability* cap = capability();
-  if (settings) {
-    hw->secureMonitor.set(session_->secureMonitor());
-    hw->isInternal.set(session_->isInternal());
-    hw->owner.set(session_->owner());
-    hw->sessionId.set(sessionId_);
-    GrePayloadType payload = session_->grePayloadType();
-    if (payload == GrePayloadType::payloadTypeUnset && hwDefaultSessionConfig_) {
-      payload = hwDefaultSessionConfig_->grePayloadType();
-    }
-    hw->grePayloadType.set(payload);
+  hw->secureMonitor.set(session_->secureMonitor());
+  hw->isInternal.set(session_->isInternal());
+  hw->owner.set(session_->owner());
+  hw->sessionId.set(sessionId_);
+  GrePayloadType payload = session_->grePayloadType();
+  if (payload == GrePayloadType::payloadTypeUnset && hwDefaultSessionConfig_) {
+    payload = hwDefaultSessionConfig_->grePayloadType();
   }
+  hw->grePayloadType.set(payload);
 
   // Destinations: active ones, with GRE targets replaced by the tunnel the key resolves to.
-  const platform::IntfId greIntf = all ? resolvedGreIntf() : platform::IntfId();
+  const platform::IntfId greIntf = resolvedGreIntf();
   bool tunnelWritten = false;
   auto writeTunnel = [&] {
     if (tunnelWritten) return;
@@ -84,7 +81,7 @@ void SessionSm::doMaybeUpdateHwConfig(HwScope scope, const std::string& source) 
     hw->greTunnelKey.set(session_->greTunnelKey());
     hw->dropGreTunnelKey.set(session_->dropGreTunnelKey());
   };
-  for (const auto& target : all ? session_->targetIntf.keys() : std::vector<std::string>()) {
+  for (const auto& target : session_->targetIntf.keys()) {
     if (platform::IntfId(target).isGreTunnel()) {
       writeTunnel();
       continue;
@@ -101,18 +98,16 @@ void SessionSm::doMaybeUpdateHwConfig(HwScope scope, const std::string& source) 
     }
   }
   // A key resolved without a GRE target still sends to its tunnel.
-  if (all && !greIntf.empty()) writeTunnel();
+  if (!greIntf.empty()) writeTunnel();
 
   // GRE options.
-  if (settings) {
-    hw->txGreMetadataEnabled.set(session_->txGreMetadataEnabled());
-    for (const auto& element : hw->greMetadata.keys()) {
-      if (!session_->greMetadata.contains(element)) hw->greMetadata.del(element);
-    }
-    for (const auto& [element, on] : session_->greMetadata) hw->greMetadata.set(element, true);
-    hw->greTimestampingEnabled.set(session_->greTimestampingEnabled());
-    hw->portMirroringDisabled.set(session_->portMirroringDisabled());
+  hw->txGreMetadataEnabled.set(session_->txGreMetadataEnabled());
+  for (const auto& element : hw->greMetadata.keys()) {
+    if (!session_->greMetadata.contains(element)) hw->greMetadata.del(element);
   }
+  for (const auto& [element, on] : session_->greMetadata) hw->greMetadata.set(element, true);
+  hw->greTimestampingEnabled.set(session_->greTimestampingEnabled());
+  hw->portMirroringDisabled.set(session_->portMirroringDisabled());
 
   // Sources: active ones with their direction and filter. The one-IPv6-ACL rule was applied
   // to their statuses above, so an active source is one the hardware may take.
@@ -143,35 +138,29 @@ void SessionSm::doMaybeUpdateHwConfig(HwScope scope, const std::string& source) 
   srcAclRefresh_.clear();
 
   // Truncation and header removal, as far as the hardware does them.
-  if (settings) {
-    const bool truncationSupported = cap && cap->truncationSupported();
-    hw->truncate.set(session_->truncate() && truncationSupported);
-    hw->truncationSize.set(supportedTruncationSize(session_->truncationSize(), cap));
-    hw->headerRemovalSize.set(cap && cap->headerRemovalSupported() ? session_->headerRemovalSize()
-                                                                    : HeaderRemovalSize::headerRemovalNone);
-  }
+  const bool truncationSupported = cap && cap->truncationSupported();
+  hw->truncate.set(session_->truncate() && truncationSupported);
+  hw->truncationSize.set(supportedTruncationSize(session_->truncationSize(), cap));
+  hw->headerRemovalSize.set(cap && cap->headerRemovalSupported() ? session_->headerRemovalSize()
+                                                                  : HeaderRemovalSize::headerRemovalNone);
 
   // What the configuration no longer has goes.
   for (const auto& srcName : all ? hw->srcIntf.keys() : std::vector<std::string>(work.sources.begin(),
                                                                                   work.sources.end())) {
     if (!session_->srcIntf.contains(srcName)) hw->srcIntfDel(srcName);
   }
-  if (all) {
-    for (const auto& target : hw->targetIntf.keys()) {
-      const bool wanted = target == greIntf.name()
-                              ? sessionStatus_->targetOperStatus.get(target).isActive()
-                              : session_->targetIntf.contains(target) && !platform::IntfId(target).isGreTunnel();
-      if (!wanted) hw->targetIntfDel(target);
-    }
-    auto firstTarget = hw->targetIntf.begin();
-    hw->destIntf.set(firstTarget == hw->targetIntf.end() ? std::string() : *firstTarget);
+  for (const auto& target : hw->targetIntf.keys()) {
+    const bool wanted = target == greIntf.name()
+                            ? sessionStatus_->targetOperStatus.get(target).isActive()
+                            : session_->targetIntf.contains(target) && !platform::IntfId(target).isGreTunnel();
+    if (!wanted) hw->targetIntfDel(target);
   }
+  auto firstTarget = hw->targetIntf.begin();
+  hw->destIntf.set(firstTarget == hw->targetIntf.end() ? std::string() : *firstTarget);
 
   // Rate limit and sampling (which the sources' directions decide).
-  if (settings) {
-    hw->mirrorRateLimitChip.set(session_->mirrorRateLimitChip());
-    hw->mirrorRateLimitInBps.set(session_->mirrorRateLimitInBps());
-  }
+  hw->mirrorRateLimitChip.set(session_->mirrorRateLimitChip());
+  hw->mirrorRateLimitInBps.set(session_->mirrorRateLimitInBps());
   // Sampling is done on received traffic only: the configured rate holds when the hardware
   // samples and every source is receive-only; otherwise every packet is mirrored.
   bool rxOnly = cap && cap->rxSamplingSupported();

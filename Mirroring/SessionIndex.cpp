@@ -7,6 +7,7 @@ namespace Mirroring {
 struct SessionIndex::SessionReactor {
   SessionReactor(SessionIndex* idx, platform::Ptr<const Session> s) : index(idx), session(std::move(s)) {
     reactor.on(session->srcIntf, [this](const std::string& intf) {
+      if (index->sourceChanged_) index->sourceChanged_(session->name(), intf);
       index->intfIs(session->name(), intf, false, session->srcIntf.contains(intf));
       index->tell();
     });
@@ -20,8 +21,9 @@ struct SessionIndex::SessionReactor {
   platform::Reactor reactor;
 };
 
-SessionIndex::SessionIndex(platform::Ptr<const Config> config, PortChannelNamed changed)
-    : config_(std::move(config)), tell_(std::move(changed)) {
+SessionIndex::SessionIndex(platform::Ptr<const Config> config, PortChannelNamed changed,
+                           SourceChanged sourceChanged)
+    : config_(std::move(config)), tell_(std::move(changed)), sourceChanged_(std::move(sourceChanged)) {
   for (const auto& name : config_->session.keys()) sessionIs(name);
 }
 

@@ -43,8 +43,10 @@ inline void eraseName(SessionNames& names, const std::string& name) {
 class SessionIndex {
  public:
   using PortChannelNamed = std::function<void(const std::string& portChannel)>;
+  // A source entry of a followed session came or went; told before anyone else hears of it.
+  using SourceChanged = std::function<void(const std::string& session, const std::string& intf)>;
 
-  SessionIndex(platform::Ptr<const Config> config, PortChannelNamed changed);
+  SessionIndex(platform::Ptr<const Config> config, PortChannelNamed changed, SourceChanged sourceChanged = nullptr);
   ~SessionIndex();
 
   // Follows (again, or no more) the session of that name as the configuration has it now.
@@ -63,6 +65,7 @@ class SessionIndex {
 
   platform::Ptr<const Config> config_;
   PortChannelNamed tell_;
+  SourceChanged sourceChanged_;
   std::vector<std::string> changed_;
   bool notify_ = false;
   std::map<std::string, SessionNames> src_, target_;

@@ -195,6 +195,7 @@ class PlainReader {
     out = Value::object();
     Value::Object& members = out.asObject();
     if (take('}')) return true;
+    members.reserve(4);  // a change line's object has up to four
     do {
       std::string name;
       space();
@@ -222,14 +223,15 @@ class PlainReader {
   bool string(std::string& out) {
     if (p_ == end_ || *p_ != '"') return false;
     const char* start = ++p_;
-    while (p_ != end_ && *p_ != '"') {
-      auto c = static_cast<unsigned char>(*p_);
-      if (c < 0x20 || c > 0x7f || c == '\\') return false;
-      ++p_;
-    }
-    if (p_ == end_) return false;
+    while (p_ != end_ && plainInString(*p_)) ++p_;
+    if (p_ == end_ || *p_ != '"') return false;
     out.assign(start, p_++);
     return true;
+  }
+  // Printable ASCII but the quote and the backslash.
+  static bool plainInString(char c) {
+    auto u = static_cast<unsigned char>(c);
+    return u >= 0x20 && u <= 0x7f && c != '"' && c != '\\';
   }
 
   bool word(std::string_view w, Value v, Value& out) {

@@ -138,12 +138,12 @@ bool parseChange(Value v, Change& out, std::string& error) {
     error = "a change needs \"path\"";
     return false;
   }
-  out.path = path->asString();
   out.key.reset();
   out.value.reset();
   for (auto& [name, member] : v.asObject()) {
-    if (name == "op" || name == "path") continue;
-    if (name == "key") out.key = std::move(member);
+    if (name == "op") continue;
+    if (name == "path") out.path = std::move(member.asString());
+    else if (name == "key") out.key = std::move(member);
     else if (name == "value") out.value = std::move(member);
     else {
       error = "unknown member \"" + name + "\" in a change";

@@ -178,9 +178,9 @@ class PlainReader {
       case '{': return depth < maxJsonDepth && object(out, depth + 1);
       case '[': return depth < maxJsonDepth && array(out, depth + 1);
       case '"': {
-        std::string s;
+        std::string_view s;
         if (!string(s)) return false;
-        out = Value(std::move(s));
+        out = Value(std::string(s));
         return true;
       }
       case 't': return word("true", Value(true), out);
@@ -197,13 +197,13 @@ class PlainReader {
     if (take('}')) return true;
     members.reserve(4);  // a change line's object has up to four
     do {
-      std::string name;
+      std::string_view name;
       space();
       if (members.size() == kMaxMembers || !string(name) || !take(':')) return false;
       for (const auto& m : members) {
         if (m.first == name) return false;
       }
-      members.emplace_back(std::move(name), Value());
+      members.emplace_back(std::string(name), Value());
       if (!value(members.back().second, depth)) return false;
     } while (take(','));
     return take('}');
@@ -220,12 +220,12 @@ class PlainReader {
     return take(']');
   }
 
-  bool string(std::string& out) {
+  bool string(std::string_view& out) {
     if (p_ == end_ || *p_ != '"') return false;
     const char* start = ++p_;
     while (p_ != end_ && plainInString(*p_)) ++p_;
     if (p_ == end_ || *p_ != '"') return false;
-    out.assign(start, p_++);
+    out = std::string_view(start, std::size_t(p_++ - start));
     return true;
   }
   // Printable ASCII but the quote and the backslash.

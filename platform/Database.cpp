@@ -31,17 +31,19 @@ Mount* Database::find(std::string_view path) const {
 }
 
 Mount* Database::findPrefix(std::string_view path, std::string_view& rest) const {
-  Mount* best = nullptr;
-  for (const auto& [p, m] : mounts_) {
-    if (!path.starts_with(p)) continue;
-    if (path.size() != p.size() && path[p.size()] != '/') continue;
-    if (!best || p.size() > best->path().size()) best = m.get();
+  // Tried from the whole path down, one segment at a time: as many lookups as the path has
+  // segments below its mount, however many mounts there are.
+  for (std::string_view p = path;;) {
+    auto it = mounts_.find(p);
+    if (it != mounts_.end()) {
+      rest = path.substr(p.size());
+      if (!rest.empty()) rest.remove_prefix(1);
+      return it->second.get();
+    }
+    auto slash = p.rfind('/');
+    if (slash == std::string_view::npos) return nullptr;
+    p = p.substr(0, slash);
   }
-  if (best) {
-    rest = path.substr(best->path().size());
-    if (!rest.empty()) rest.remove_prefix(1);
-  }
-  return best;
 }
 
 std::vector<Mount*> Database::mounts() const {

@@ -31,19 +31,19 @@ Mount* Database::find(std::string_view path) const {
 }
 
 Mount* Database::findPrefix(std::string_view path, std::string_view& rest) const {
-  // Tried from the whole path down, one segment at a time: as many lookups as the path has
-  // segments below its mount, however many mounts there are.
-  for (std::string_view p = path;;) {
-    auto it = mounts_.find(p);
-    if (it != mounts_.end()) {
-      rest = path.substr(p.size());
-      if (!rest.empty()) rest.remove_prefix(1);
-      return it->second.get();
-    }
-    auto slash = p.rfind('/');
-    if (slash == std::string_view::npos) return nullptr;
-    p = p.substr(0, slash);
+  Mount* best = nullptr;
+  for (const auto& [p, m] : mounts_) {
+    // Whether the path has a segment boundary where this mount's path ends is one compare of
+    // bytes, and rules out most mounts before their paths are compared.
+    if (p.size() > path.size() || (path.size() != p.size() && path[p.size()] != '/')) continue;
+    if (!path.starts_with(p)) continue;
+    if (!best || p.size() > best->path().size()) best = m.get();
   }
+  if (best) {
+    rest = path.substr(best->path().size());
+    if (!rest.empty()) rest.remove_prefix(1);
+  }
+  return best;
 }
 
 std::vector<Mount*> Database::mounts() const {

@@ -6,20 +6,27 @@ namespace platform {
 
 namespace {
 
-std::vector<std::string> splitPath(std::string_view p) {
-  std::vector<std::string> out;
-  while (!p.empty()) {
-    auto slash = p.find('/');
-    out.emplace_back(p.substr(0, slash));
-    if (slash == std::string_view::npos) break;
-    p.remove_prefix(slash + 1);
+// The segments of a path, read in turn: views into the path, so that the part walked so far,
+// which error messages name, is a prefix of the path and costs nothing until it is named.
+class Segments {
+ public:
+  explicit Segments(std::string_view rest) : rest_(rest) {}
+  bool done() const { return rest_.empty(); }
+  std::string_view next() {
+    auto slash = rest_.find('/');
+    std::string_view seg = rest_.substr(0, slash);
+    rest_ = slash == std::string_view::npos ? std::string_view() : rest_.substr(slash + 1);
+    return seg;
   }
-  return out;
-}
+  // Whether the next segment is all digits (no field name is).
+  bool digitsNext() const {
+    std::string_view seg = rest_.substr(0, rest_.find('/'));
+    return !seg.empty() && seg.find_first_not_of("0123456789") == std::string_view::npos;
+  }
 
-bool allDigits(const std::string& s) {
-  return !s.empty() && s.find_first_not_of("0123456789") == std::string::npos;
-}
+ private:
+  std::string_view rest_;
+};
 
 }  // namespace
 
@@ -36,22 +43,24 @@ Target resolvePath(const Database& db, std::string_view path, std::optional<Valu
     return t;
   }
   t.entity = t.mount->root().get();
-  std::vector<std::string> segs = splitPath(rest);
-  std::string walked = t.mount->path();
-  for (std::size_t i = 0; i < segs.size(); ++i) {
-    const std::string& name = segs[i];
+  // The path up to the end of `seg`, for messages.
+  auto upTo = [&](std::string_view seg) { return std::string(path.substr(0, seg.data() + seg.size() - path.data())); };
+  std::string_view walked = path.substr(0, t.mount->path().size());
+  Segments segs(rest);
+  while (!segs.done()) {
+    std::string_view name = segs.next();
     const FieldInfo* info = t.entity->typeInfo().find(name);
     if (!info) {
-      error = "unknown field \"" + name + "\" of " + t.entity->typeInfo().name() + " at " + walked;
+      error = "unknown field \"" + std::string(name) + "\" of " + t.entity->typeInfo().name() + " at " + upTo(walked);
       return t;
     }
     FieldBase& field = TypeInfo::field(*t.entity, *info);
-    walked += "/" + name;
-    if (i + 1 == segs.size()) {
+    walked = name;
+    if (segs.done()) {
       t.field = &field;
       t.keyField = info->key;
       t.key = std::move(key);
-      if (t.key && !field.asCollection()) error = "\"key\" given, but " + walked + " is not a collection";
+      if (t.key && !field.asCollection()) error = "\"key\" given, but " + upTo(walked) + " is not a collection";
       return t;
     }
     if (Entity* child = field.childEntity()) {
@@ -60,35 +69,38 @@ Target resolvePath(const Database& db, std::string_view path, std::optional<Valu
     }
     CollectionField* coll = field.asCollection();
     if (!coll) {
-      error = walked + " is a value, not an entity or collection";
+      error = upTo(walked) + " is a value, not an entity or collection";
       return t;
     }
-    std::string keyText = segs[++i];
     // Digit segments after a key belong to it (no field name is all digits): interface names
     // such as Ethernet3/1 are keys of string-keyed collections too (sources, destinations).
-    while (i + 1 < segs.size() && allDigits(segs[i + 1])) keyText += "/" + segs[++i];
-    Value k(keyText);
-    DecodeContext ctx;
-    bool present = coll->hasEntry(k, ctx);
-    if (!ctx.error.empty()) {
-      error = "at " + walked + ": " + ctx.error;
-      return t;
+    std::string_view keyText = segs.next();
+    while (segs.digitsNext()) {
+      std::string_view digits = segs.next();
+      keyText = std::string_view(keyText.data(), digits.data() + digits.size() - keyText.data());
     }
-    walked += "/" + keyText;
-    if (i + 1 == segs.size()) {
-      if (key) {
+    Value k(keyText);
+    if (segs.done()) {
+      DecodeContext ctx;
+      coll->hasEntry(k, ctx);  // validates the key
+      if (!ctx.error.empty()) {
+        error = "at " + upTo(walked) + ": " + ctx.error;
+      } else if (key) {
         error = "\"key\" given, but the path already names an entry";
-        return t;
       }
       t.field = &field;
       t.key = std::move(k);
       return t;
     }
-    Entity* child = present ? coll->entryEntity(k) : nullptr;
+    Entity* child = coll->entryEntity(k);
     if (!child) {
-      error = present ? walked + " is a value, not an entity" : "no entry at " + walked;
+      DecodeContext ctx;
+      bool present = coll->hasEntry(k, ctx);
+      if (!ctx.error.empty()) error = "at " + upTo(walked) + ": " + ctx.error;
+      else error = present ? upTo(keyText) + " is a value, not an entity" : "no entry at " + upTo(keyText);
       return t;
     }
+    walked = keyText;
     t.entity = child;
   }
   if (key) error = "\"key\" given, but the path names an entity";
@@ -104,7 +116,7 @@ const char* opName(Change::Op op) {
   return "?";
 }
 
-bool parseChange(const Value& v, Change& out, std::string& error) {
+bool parseChange(Value v, Change& out, std::string& error) {
   if (!v.isObject()) {
     error = std::string("a change is an object, got ") + v.kindName();
     return false;
@@ -126,13 +138,13 @@ bool parseChange(const Value& v, Change& out, std::string& error) {
     error = "a change needs \"path\"";
     return false;
   }
-  out.path = path->asString();
   out.key.reset();
   out.value.reset();
-  for (const auto& [name, member] : v.asObject()) {
-    if (name == "op" || name == "path") continue;
-    if (name == "key") out.key = member;
-    else if (name == "value") out.value = member;
+  for (auto& [name, member] : v.asObject()) {
+    if (name == "op") continue;
+    if (name == "path") out.path = std::move(member.asString());
+    else if (name == "key") out.key = std::move(member);
+    else if (name == "value") out.value = std::move(member);
     else {
       error = "unknown member \"" + name + "\" in a change";
       return false;

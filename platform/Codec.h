@@ -50,8 +50,9 @@ struct Change {
   std::optional<Value> value;
 };
 const char* opName(Change::Op op);
-// Reads a change object; false (with `error`) for anything malformed.
-bool parseChange(const Value& v, Change& out, std::string& error);
+// Reads a change object, taking its key and value over; false (with `error`) for anything
+// malformed.
+bool parseChange(Value v, Change& out, std::string& error);
 Value changeToValue(const Change& c);
 // Applies a change, or writes nothing and explains why.
 bool applyChange(Database& db, const Change& c, std::string& error);

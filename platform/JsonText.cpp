@@ -4,6 +4,13 @@
 // tree, and the place where the limits of input are kept (nesting depth, members named once).
 // Nothing that later walks a Value recursively (the codec, brief(), toJson, destructors) can
 // then meet a value deeper than maxJsonDepth.
+//
+// Change lines are short and plain, and the general parser spends most of its time on them
+// reading one character at a time. A line is first tried by a small reader that knows only
+// the plainest JSON (strings of printable ASCII without escapes, whole numbers of up to 18
+// digits, few members an object); it gives up on anything else, and the general parser then
+// reads the text from the start. So every text it does not take, bad text above all, reads
+// exactly as before, with the same messages.
 #include <nlohmann/json.hpp>
 #include <unordered_set>
 
@@ -137,6 +144,122 @@ class ValueBuilder {
   std::vector<Frame> frames_;
 };
 
+// The plain subset described at the top. Each read answers false, with nothing to say, where
+// the text leaves the subset (or is not JSON at all).
+class PlainReader {
+ public:
+  explicit PlainReader(std::string_view text) : p_(text.data()), end_(text.data() + text.size()) {}
+
+  bool read(Value& out) {
+    if (!value(out, 0)) return false;
+    space();
+    return p_ == end_;
+  }
+
+ private:
+  // Objects with more members take the general parser's index of names.
+  static constexpr std::size_t kMaxMembers = 16;
+  static constexpr int kMaxDigits = 18;  // any 18 digits fit in an int64_t
+
+  void space() {
+    while (p_ != end_ && (*p_ == ' ' || *p_ == '\t' || *p_ == '\n' || *p_ == '\r')) ++p_;
+  }
+  bool take(char c) {
+    space();
+    if (p_ == end_ || *p_ != c) return false;
+    ++p_;
+    return true;
+  }
+
+  bool value(Value& out, std::size_t depth) {
+    space();
+    if (p_ == end_) return false;
+    switch (*p_) {
+      case '{': return depth < maxJsonDepth && object(out, depth + 1);
+      case '[': return depth < maxJsonDepth && array(out, depth + 1);
+      case '"': {
+        std::string_view s;
+        if (!string(s)) return false;
+        out = Value(std::string(s));
+        return true;
+      }
+      case 't': return word("true", Value(true), out);
+      case 'f': return word("false", Value(false), out);
+      case 'n': return word("null", Value(), out);
+      default: return number(out);
+    }
+  }
+
+  bool object(Value& out, std::size_t depth) {
+    ++p_;
+    out = Value::object();
+    Value::Object& members = out.asObject();
+    if (take('}')) return true;
+    members.reserve(4);  // a change line's object has up to four
+    do {
+      std::string_view name;
+      space();
+      if (members.size() == kMaxMembers || !string(name) || !take(':')) return false;
+      for (const auto& m : members) {
+        if (m.first == name) return false;
+      }
+      members.emplace_back(std::string(name), Value());
+      if (!value(members.back().second, depth)) return false;
+    } while (take(','));
+    return take('}');
+  }
+
+  bool array(Value& out, std::size_t depth) {
+    ++p_;
+    out = Value::array();
+    Value::Array& items = out.asArray();
+    if (take(']')) return true;
+    do {
+      if (!value(items.emplace_back(), depth)) return false;
+    } while (take(','));
+    return take(']');
+  }
+
+  bool string(std::string_view& out) {
+    if (p_ == end_ || *p_ != '"') return false;
+    const char* start = ++p_;
+    while (p_ != end_ && plainInString(*p_)) ++p_;
+    if (p_ == end_ || *p_ != '"') return false;
+    out = std::string_view(start, std::size_t(p_++ - start));
+    return true;
+  }
+  // Printable ASCII but the quote and the backslash.
+  static bool plainInString(char c) {
+    auto u = static_cast<unsigned char>(c);
+    return u >= 0x20 && u <= 0x7f && c != '"' && c != '\\';
+  }
+
+  bool word(std::string_view w, Value v, Value& out) {
+    if (std::size_t(end_ - p_) < w.size() || std::string_view(p_, w.size()) != w) return false;
+    p_ += w.size();
+    out = std::move(v);
+    return true;
+  }
+
+  // Whole numbers only: a fraction, an exponent, a leading zero or a 19th digit is left to the
+  // general parser. Like it, a number with a minus sign is signed, one without is unsigned.
+  bool number(Value& out) {
+    bool negative = p_ != end_ && *p_ == '-';
+    if (negative) ++p_;
+    const char* start = p_;
+    uint64_t n = 0;
+    while (p_ != end_ && *p_ >= '0' && *p_ <= '9') n = n * 10 + uint64_t(*p_++ - '0');
+    std::ptrdiff_t digits = p_ - start;
+    if (digits == 0 || digits > kMaxDigits || (*start == '0' && digits > 1)) return false;
+    if (p_ != end_ && (*p_ == '.' || *p_ == 'e' || *p_ == 'E')) return false;
+    out = negative ? Value(-int64_t(n)) : Value(n);
+    return true;
+  }
+
+  const char* p_;
+  const char* end_;
+};
+
 // Output keeps the order of object members, so it goes through the order-keeping variant.
 using OrderedJson = nlohmann::ordered_json;
 
@@ -177,6 +300,7 @@ OrderedJson toJsonValue(const Value& v) {
 }  // namespace
 
 std::optional<Value> parseJson(std::string_view text, std::string& error) {
+  if (Value plain; PlainReader(text).read(plain)) return plain;
   ValueBuilder builder(error);
   if (!Json::sax_parse(text.data(), text.data() + text.size(), &builder)) return std::nullopt;
   return std::move(builder.result());

@@ -1,7 +1,5 @@
 #include "platform/Observers.h"
 
-#include <algorithm>
-
 namespace platform {
 
 void Subscription::cancel() {
@@ -9,11 +7,14 @@ void Subscription::cancel() {
 }
 
 ObserverListBase::~ObserverListBase() {
-  for (auto& s : subs_) s->list_ = nullptr;
+  for (auto& s : subs_) {
+    if (s) s->list_ = nullptr;
+  }
 }
 
 void ObserverListBase::add(Ptr<Subscription> s) {
   s->list_ = this;
+  s->slot_ = subs_.size();
   subs_.push_back(std::move(s));
   ++liveCount_;
 }
@@ -25,14 +26,30 @@ void ObserverListBase::remove(Subscription* s) {
     dirty_ = true;  // the walk in progress holds indices into subs_
     return;
   }
-  auto it = std::find_if(subs_.begin(), subs_.end(), [s](const Ptr<Subscription>& p) { return p.get() == s; });
-  if (it != subs_.end()) subs_.erase(it);
+  // Released after the list is consistent again: the handler's destruction may cancel others.
+  Ptr<Subscription> released = std::move(subs_[s->slot_]);
+  if (2 * liveCount_ < subs_.size()) compact();
 }
 
 void ObserverListBase::leave() {
   if (--depth_ != 0 || !dirty_) return;
   dirty_ = false;
-  std::erase_if(subs_, [](const Ptr<Subscription>& p) { return !p->live(); });
+  compact();
+}
+
+void ObserverListBase::compact() {
+  std::vector<Ptr<Subscription>> released;
+  std::size_t kept = 0;
+  for (auto& s : subs_) {
+    if (!s) continue;
+    if (!s->live()) {
+      released.push_back(std::move(s));
+      continue;
+    }
+    s->slot_ = kept;
+    subs_[kept++] = std::move(s);
+  }
+  subs_.resize(kept);
 }
 
 }  // namespace platform

@@ -6,6 +6,10 @@
 // list is being walked. Cancelled handlers are skipped and swept out once the outermost
 // dispatch of the list is over; handlers added during a dispatch see the next change only.
 // A handler object is kept alive by the dispatch itself while it runs.
+//
+// A subscription knows its slot in the list, so cancelling costs the same whatever the size
+// of the list: outside a dispatch the slot is emptied at once (the handler is released as it
+// is cancelled), and the list closes its gaps when they are half of it.
 #pragma once
 
 #include <cstdint>
@@ -27,6 +31,7 @@ class Subscription : public RefCounted {
  private:
   friend class ObserverListBase;
   ObserverListBase* list_ = nullptr;
+  std::size_t slot_ = 0;  // index in the list's subs_
 };
 
 class ObserverListBase {
@@ -45,10 +50,14 @@ class ObserverListBase {
   void enter() { ++depth_; }
   void leave();
 
+  // Live handlers and cancelled ones not swept yet, in subscription order; null: an emptied slot.
   std::vector<Ptr<Subscription>> subs_;
   uint32_t depth_ = 0;
   uint32_t liveCount_ = 0;
-  bool dirty_ = false;
+  bool dirty_ = false;  // handlers were cancelled during a dispatch
+
+ private:
+  void compact();
 
   friend class Subscription;
 };
@@ -66,11 +75,12 @@ class ObserverList : public ObserverListBase {
 
   void dispatch(const Args&... args) {
     enter();
-    // Handlers added during this dispatch are not called for this change.
+    // Handlers added during this dispatch are not called for this change. Slots keep their
+    // places while the list is walked: emptying and compacting wait until the walk is over.
     const std::size_t n = subs_.size();
     for (std::size_t i = 0; i < n; ++i) {
+      if (!subs_[i] || !subs_[i]->live()) continue;
       Ptr<Subscription> keep = subs_[i];
-      if (!keep->live()) continue;
       static_cast<Handler*>(keep.get())->fn(args...);
     }
     leave();

@@ -55,6 +55,7 @@ class Value {
   const std::string& asString() const { return std::get<std::string>(v_); }
   const Array& asArray() const { return std::get<Array>(v_); }
   const Object& asObject() const { return std::get<Object>(v_); }
+  std::string& asString() { return std::get<std::string>(v_); }
   Array& asArray() { return std::get<Array>(v_); }
   Object& asObject() { return std::get<Object>(v_); }
 

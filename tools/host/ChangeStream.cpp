@@ -123,7 +123,8 @@ ChangeStream::Outcome ChangeStream::runLine(std::string_view raw, std::string& e
       error = "unknown op \"" + name + "\"; expected set, merge, del, restart, advance, dump or view";
     } else {
       platform::Change change;
-      if (platform::parseChange(*line, change, error) && platform::applyChange(host_.database(), change, error)) {
+      if (platform::parseChange(std::move(*line), change, error) &&
+          platform::applyChange(host_.database(), change, error)) {
         outcome = Outcome::applied;
       }
     }

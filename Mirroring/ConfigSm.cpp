@@ -72,13 +72,7 @@ ConfigSm::ConfigSm(Ptr<const Config> mirroringConfig, Ptr<Status> mirroringStatu
       greTunnels_(mirroringStatus_),
       sessionIndex_(
           mirroringConfig_, [this](const std::string& lag) { reviewLagMembers(lag); },
-          [this](const std::string& session, const std::string& intf) {
-            // Whatever rewrites the session's hardware copy before it hears of the source
-            // looks at that source too (the companion's copy has its parent's sources).
-            for (const auto& name : {session, fwdingDropSessionName(session)}) {
-              if (Ptr<SessionSm> sm = sessionSm(name)) sm->hwSourceStale(intf);
-            }
-          }) {
+          [this](const std::string& session, const std::string& intf) { hwSourceStale(session, intf); }) {
   PLATFORM_ASSERT(mirroringConfig_ && mirroringStatus_ && mirroringHwConfig_);
   configReactor_.on(mirroringConfig_->session, [this](const std::string& name) { handleSession(name); });
   if (mirroringHwStatus_) {
@@ -625,6 +619,14 @@ void ConfigSm::reviewLagMembers(const std::string& lag) {
   TRACE(2, "Reviewing the members of ", lag);
   const std::set<platform::IntfId> members = lagMembers_.membersOf(platform::IntfId(lag));
   for (const auto& member : members) reviewSourceIntfs(*this, member);
+}
+
+// Whatever rewrites a session's hardware copy before the session hears of a change to one of
+// its sources' entries looks at that source too; the companion's copy has its parent's sources.
+void ConfigSm::hwSourceStale(const std::string& sessionName, const std::string& intfName) {
+  for (const auto& name : {sessionName, fwdingDropSessionName(sessionName)}) {
+    if (Ptr<SessionSm> sm = sessionSm(name)) sm->hwSourceStale(intfName);
+  }
 }
 
 platform::IntfId ConfigSm::lagOf(const std::string& intfName) const { return lagMembers_.lagOf(intfName); }

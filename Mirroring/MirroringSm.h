@@ -160,6 +160,7 @@ class SourceIntfSm : public platform::RefCounted {
   Ptr<const Config> config_;
   Ptr<const Acl::AclTypeConfig> aclConfig_, ip6AclConfig_, macAclConfig_;
   SessionSm* sessionSm_;
+  void entryChanged();
   // The direction the other sessions were last told of.
   Direction direction_ = Direction::both;
   platform::Reactor reactor_;
@@ -344,6 +345,8 @@ class ConfigSm : public platform::RefCounted {
   uint8_t allocGlobalSessionId(const std::string& name);
   void freeGlobalSessionId(const std::string& name, uint8_t id);
   Ptr<SessionSm> sessionSm(const std::string& name) const;
+  // The session's (and its companion's) entry for the source changed: see SessionSm::hwSourceStale.
+  void hwSourceStale(const std::string& sessionName, const std::string& intfName);
   Ptr<SessionSm> sessionSmIs(const std::string& name, Ptr<const Session> session, Ptr<SessionStatus> status,
                              Ptr<const DefaultSessionConfig> defaultSessionConfig,
                              Ptr<const Acl::AclTypeConfig> aclConfig, Ptr<const Acl::AclTypeConfig> ip6AclConfig,

@@ -325,7 +325,7 @@ void SessionSm::doUpdateDestStatus(const std::string& name, const OperStatus& st
   if (dying_) return;
   const bool wasActive = sessionStatus_->targetOperStatus.get(name).isActive();
   writeDestStatus(name, status);
-  doMaybeUpdateHwConfig();
+  doMaybeUpdateHwConfig(HwScope::settings);  // the sources do not read the destinations
   if (wasActive == status.isActive() || dying_) return;
   redecideRefusedDests(name);
   if (forwardingDrop_) return;

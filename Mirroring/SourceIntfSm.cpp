@@ -24,12 +24,26 @@ SourceIntfSm::SourceIntfSm(Ptr<const SrcIntf> srcIntf, Ptr<const Config> config,
       sessionSm_(sessionSm) {
   PLATFORM_ASSERT(srcIntf_);
   PLATFORM_ASSERT(sessionSm_);
-  reactor_.on(srcIntf_->direction, [this] { handleDirection(); });
-  reactor_.on(srcIntf_->srcAcl, [this] { handleSrcAcl(); });
+  // The session and its companion share the entry, and either may rewrite its hardware copy
+  // while the other has yet to hear of the change: the first to hear marks it for both.
+  reactor_.on(srcIntf_->direction, [this] {
+    entryChanged();
+    handleDirection();
+  });
+  reactor_.on(srcIntf_->srcAcl, [this] {
+    entryChanged();
+    handleSrcAcl();
+  });
   // The filter is the ACL's type and name together: a new type with the same name is a new
   // filter as much as a new name is.
-  reactor_.on(srcIntf_->aclType, [this] { handleSrcAcl(); });
-  reactor_.on(srcIntf_->aclPriority, [this] { handlePriority(); });
+  reactor_.on(srcIntf_->aclType, [this] {
+    entryChanged();
+    handleSrcAcl();
+  });
+  reactor_.on(srcIntf_->aclPriority, [this] {
+    entryChanged();
+    handlePriority();
+  });
   for (const auto& [typeConfig, type] : {std::pair{aclConfig_, Acl::aclTypeIp}, std::pair{ip6AclConfig_, Acl::aclTypeIpv6},
                                          std::pair{macAclConfig_, Acl::aclTypeMac}}) {
     if (!typeConfig) continue;
@@ -43,6 +57,12 @@ void SourceIntfSm::handleInitialized() {
   initialized_ = true;
   direction_ = srcIntf_->direction();
   handleDirection();
+}
+
+// The rewrites below need look at no other source than this one, which is marked.
+void SourceIntfSm::entryChanged() {
+  const std::string& session = sessionSm_->session() ? sessionSm_->session()->name() : sessionSm_->name();
+  sessionSm_->configSm()->hwSourceStale(session, name());
 }
 
 void SourceIntfSm::handleDirection() {
@@ -81,7 +101,7 @@ void SourceIntfSm::handleSrcAcl() {
   if (srcIntf_->aclType() == Acl::aclTypeIpv6) {
     // An IPv6 filter's status is the hardware writer's business (one IPv6 mirroring ACL per
     // session); the rewrite applies that rule and carries the filter.
-    sessionSm_->doMaybeUpdateHwConfig();
+    sessionSm_->doMaybeUpdateHwConfig(SessionSm::HwScope::settings);
     return;
   }
 
@@ -94,7 +114,7 @@ void SourceIntfSm::handleSrcAcl() {
     sessionSm_->doUpdateSrcStatus(intf, status);
   } else {
     // The hardware entry names the filter: refresh it even though the status stands.
-    sessionSm_->doMaybeUpdateHwConfig();
+    sessionSm_->doMaybeUpdateHwConfig(SessionSm::HwScope::settings);
   }
   if (!published.isActive() || !config_) return;
 
@@ -118,7 +138,7 @@ void SourceIntfSm::handleSrcAcl() {
 void SourceIntfSm::handlePriority() {
   PLATFORM_ASSERT(initialized());
   TRACE(1, *this, "::handlePriority");
-  sessionSm_->doMaybeUpdateHwConfig();
+  sessionSm_->doMaybeUpdateHwConfig(SessionSm::HwScope::settings);
 }
 
 void SourceIntfSm::handleAclConfig(Acl::AclType type, const std::string& aclName) {

@@ -26,24 +26,18 @@ SourceIntfSm::SourceIntfSm(Ptr<const SrcIntf> srcIntf, Ptr<const Config> config,
   PLATFORM_ASSERT(sessionSm_);
   // The session and its companion share the entry, and either may rewrite its hardware copy
   // while the other has yet to hear of the change: the first to hear marks it for both.
-  reactor_.on(srcIntf_->direction, [this] {
-    entryChanged();
-    handleDirection();
-  });
-  reactor_.on(srcIntf_->srcAcl, [this] {
-    entryChanged();
-    handleSrcAcl();
-  });
+  auto onEntry = [this](const auto& attr, void (SourceIntfSm::*handler)()) {
+    reactor_.on(attr, [this, handler] {
+      entryChanged();
+      (this->*handler)();
+    });
+  };
+  onEntry(srcIntf_->direction, &SourceIntfSm::handleDirection);
+  onEntry(srcIntf_->srcAcl, &SourceIntfSm::handleSrcAcl);
   // The filter is the ACL's type and name together: a new type with the same name is a new
   // filter as much as a new name is.
-  reactor_.on(srcIntf_->aclType, [this] {
-    entryChanged();
-    handleSrcAcl();
-  });
-  reactor_.on(srcIntf_->aclPriority, [this] {
-    entryChanged();
-    handlePriority();
-  });
+  onEntry(srcIntf_->aclType, &SourceIntfSm::handleSrcAcl);
+  onEntry(srcIntf_->aclPriority, &SourceIntfSm::handlePriority);
   for (const auto& [typeConfig, type] : {std::pair{aclConfig_, Acl::aclTypeIp}, std::pair{ip6AclConfig_, Acl::aclTypeIpv6},
                                          std::pair{macAclConfig_, Acl::aclTypeMac}}) {
     if (!typeConfig) continue;

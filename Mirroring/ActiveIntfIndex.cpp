@@ -56,22 +56,10 @@ void ActiveIntfIndex::intfIs(SessionReactor& s, const std::string& intf, bool de
 }
 
 void ActiveIntfIndex::holderIs(const std::string& session, const std::string& intf, bool dest, bool active) {
-  auto& index = dest ? dest_ : src_;
-  if (active) {
-    auto it = index.find(intf);
-    if (it == index.end()) it = index.emplace(intf, SessionNames()).first;
-    insertName(it->second, session);
-    return;
-  }
-  auto it = index.find(intf);
-  if (it == index.end()) return;
-  eraseName(it->second, session);
-  if (it->second.empty()) index.erase(it);
+  (dest ? dest_ : src_).is(intf, session, active);
 }
 
 namespace {
-const SessionNames kNone;
-
 #ifdef MIRRORING_REFERENCE_WALK
 // The reference the differential check compares with: every status walked on every question.
 const SessionNames& walk(const platform::Ptr<const Status>& status, const std::string& intf, bool dest) {
@@ -91,16 +79,14 @@ const SessionNames& ActiveIntfIndex::activeSrcHolders(const std::string& intf) c
 #ifdef MIRRORING_REFERENCE_WALK
   return walk(status_, intf, false);
 #endif
-  auto it = src_.find(intf);
-  return it == src_.end() ? kNone : it->second;
+  return src_.of(intf);
 }
 
 const SessionNames& ActiveIntfIndex::activeDestHolders(const std::string& intf) const {
 #ifdef MIRRORING_REFERENCE_WALK
   return walk(status_, intf, true);
 #endif
-  auto it = dest_.find(intf);
-  return it == dest_.end() ? kNone : it->second;
+  return dest_.of(intf);
 }
 
 }  // namespace Mirroring

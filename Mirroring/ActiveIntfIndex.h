@@ -42,7 +42,7 @@ class ActiveIntfIndex {
   platform::Ptr<const Status> status_;
   bool sources_;
   platform::Reactor reactor_;
-  std::map<std::string, SessionNames> src_, dest_;
+  SessionsByIntf src_, dest_;
   std::map<std::string, std::unique_ptr<SessionReactor>> sessions_;
 };
 

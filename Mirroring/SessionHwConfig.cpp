@@ -111,8 +111,8 @@ void SessionSm::doMaybeUpdateHwConfig(HwScope scope, const std::string& source) 
 
   // Sources: active ones with their direction and filter. The one-IPv6-ACL rule was applied
   // to their statuses above, so an active source is one the hardware may take.
-  for (const auto& srcName : all ? session_->srcIntf.keys() : std::vector<std::string>(work.sources.begin(),
-                                                                                      work.sources.end())) {
+  const std::vector<std::string> told(work.sources.begin(), work.sources.end());
+  for (const auto& srcName : all ? session_->srcIntf.keys() : told) {
     auto src = session_->srcIntf.get(srcName);
     if (!src) continue;  // gone from the configuration: below
     if (!sessionStatus_->srcOperStatus.get(srcName).isActive()) {
@@ -145,8 +145,7 @@ void SessionSm::doMaybeUpdateHwConfig(HwScope scope, const std::string& source) 
                                                                   : HeaderRemovalSize::headerRemovalNone);
 
   // What the configuration no longer has goes.
-  for (const auto& srcName : all ? hw->srcIntf.keys() : std::vector<std::string>(work.sources.begin(),
-                                                                                  work.sources.end())) {
+  for (const auto& srcName : all ? hw->srcIntf.keys() : told) {
     if (!session_->srcIntf.contains(srcName)) hw->srcIntfDel(srcName);
   }
   for (const auto& target : hw->targetIntf.keys()) {

@@ -58,6 +58,31 @@ void SessionIndex::tell() {
 
 namespace {
 const SessionNames kNoSessions;
+}  // namespace
+
+const SessionNames& SessionsByIntf::of(const std::string& intf) const {
+  auto it = map_.find(intf);
+  return it == map_.end() ? kNoSessions : it->second;
+}
+
+bool SessionsByIntf::is(const std::string& intf, const std::string& session, bool held) {
+  auto it = map_.find(intf);
+  if (held) {
+    if (it != map_.end()) {
+      insertName(it->second, session);
+      return false;
+    }
+    map_.emplace(intf, SessionNames{session});
+    return true;
+  }
+  if (it == map_.end()) return false;
+  eraseName(it->second, session);
+  if (!it->second.empty()) return false;
+  map_.erase(it);
+  return true;
+}
+
+namespace {
 
 #ifdef MIRRORING_REFERENCE_WALK
 // The reference the differential check compares with: every session walked on every question.
@@ -76,30 +101,20 @@ const SessionNames& SessionIndex::srcSessionsOf(const std::string& intf) const {
 #ifdef MIRRORING_REFERENCE_WALK
   return walk(config_, intf, false);
 #endif
-  auto it = src_.find(intf);
-  return it == src_.end() ? kNoSessions : it->second;
+  return src_.of(intf);
 }
 
 const SessionNames& SessionIndex::targetSessionsOf(const std::string& intf) const {
 #ifdef MIRRORING_REFERENCE_WALK
   return walk(config_, intf, true);
 #endif
-  auto it = target_.find(intf);
-  return it == target_.end() ? kNoSessions : it->second;
+  return target_.of(intf);
 }
 
 void SessionIndex::intfIs(const std::string& session, const std::string& intf, bool target, bool present) {
-  auto& index = target ? target_ : src_;
-  auto it = index.find(intf);
-  const bool was = it != index.end();
-  if (present) {
-    insertName(index[intf], session);
-  } else if (was) {
-    eraseName(it->second, session);
-    if (it->second.empty()) index.erase(it);
+  if ((target ? target_ : src_).is(intf, session, present) && platform::IntfId(intf).isPortChannel()) {
+    changed_.push_back(intf);
   }
-  const bool now = index.count(intf) != 0;
-  if (was != now && platform::IntfId(intf).isPortChannel()) changed_.push_back(intf);
 }
 
 }  // namespace Mirroring

@@ -40,6 +40,19 @@ inline void eraseName(SessionNames& names, const std::string& name) {
   if (at != names.end() && *at == name) names.erase(at);
 }
 
+// Interface name -> the sessions that hold it in some way; an interface no session holds has no
+// entry.
+class SessionsByIntf {
+ public:
+  const SessionNames& of(const std::string& intf) const;
+  // Adds `session` to the interface's sessions or removes it; true when the interface gained its
+  // first session or lost its last.
+  bool is(const std::string& intf, const std::string& session, bool held);
+
+ private:
+  std::map<std::string, SessionNames> map_;
+};
+
 class SessionIndex {
  public:
   using PortChannelNamed = std::function<void(const std::string& portChannel)>;
@@ -68,7 +81,7 @@ class SessionIndex {
   SourceChanged sourceChanged_;
   std::vector<std::string> changed_;
   bool notify_ = false;
-  std::map<std::string, SessionNames> src_, target_;
+  SessionsByIntf src_, target_;
   std::map<std::string, std::unique_ptr<SessionReactor>> sessions_;
 };
 

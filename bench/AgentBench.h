@@ -44,6 +44,17 @@ struct Counts {
   bool operator==(const Counts&) const = default;
 };
 
+// The writes of every iteration of a benchmark, which must be the same each time.
+struct SameWrites {
+  Counts writes;
+  bool same = true, seen = false;
+  void saw(const Counts& w) {
+    same = same && (!seen || w == writes);
+    writes = w;
+    seen = true;
+  }
+};
+
 // The writes counted so far on the agent's output mounts.
 Counts outputWrites(const Database& db);
 Value dumpOutputs(const Database& db);

@@ -88,8 +88,7 @@ void restartAgent(benchmark::State& st) {
   start(*h, &scaleSwitch().state);
   const Value all = platform::dumpState(h->database());
   const Value outputs = dumpOutputs(h->database());
-  Counts writes;
-  bool first = true, same = true;
+  SameWrites writes;
   for (auto _ : st) {
     st.PauseTiming();
     h->loop().runPending();
@@ -101,15 +100,12 @@ void restartAgent(benchmark::State& st) {
       start(*h, nullptr);
     }
     st.PauseTiming();
-    const Counts w = outputWrites(h->database()) - before;
-    same = same && (first || w == writes);
-    writes = w;
-    first = false;
+    writes.saw(outputWrites(h->database()) - before);
     st.ResumeTiming();
   }
-  if (!same) st.SkipWithError("restarts wrote differently from one to the next");
+  if (!writes.same) st.SkipWithError("restarts wrote differently from one to the next");
   if (!(platform::dumpState(h->database()) == all)) st.SkipWithError("a restart changed the state");
-  report(st, writes, minimum(&outputs, h->database()));
+  report(st, writes.writes, minimum(&outputs, h->database()));
 }
 
 void restartFloor(benchmark::State& st) {
@@ -127,8 +123,7 @@ void restartFloor(benchmark::State& st) {
 // The agent's tear-down: stopping it (whatever it writes on the way out counts, against a
 // minimum of nothing) and destroying the host with everything in its database.
 void teardownAgent(benchmark::State& st) {
-  Counts writes;
-  bool same = true, first = true;
+  SameWrites writes;
   for (auto _ : st) {
     st.PauseTiming();
     auto h = openHost();
@@ -140,18 +135,15 @@ void teardownAgent(benchmark::State& st) {
       h->stop();
     }
     st.PauseTiming();
-    const Counts w = outputWrites(h->database()) - before;
-    same = same && (first || w == writes);
-    writes = w;
-    first = false;
+    writes.saw(outputWrites(h->database()) - before);
     st.ResumeTiming();
     {
       Measured m;
       h.reset();
     }
   }
-  if (!same) st.SkipWithError("tear-downs wrote differently from one to the next");
-  report(st, writes, Counts{});
+  if (!writes.same) st.SkipWithError("tear-downs wrote differently from one to the next");
+  report(st, writes.writes, Counts{});
 }
 
 // The same host and database with the agent stopped (untimed): what destroying them costs.

@@ -32,6 +32,7 @@ class ActiveIntfIndex {
   // interface as an active source (destination), in name order.
   const SessionNames& activeSrcHolders(const std::string& intf) const;
   const SessionNames& activeDestHolders(const std::string& intf) const;
+  uint64_t changes() const { return src_.changes() + dest_.changes(); }
 
  private:
   struct SessionReactor;

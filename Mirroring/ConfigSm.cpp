@@ -74,6 +74,7 @@ ConfigSm::ConfigSm(Ptr<const Config> mirroringConfig, Ptr<Status> mirroringStatu
           mirroringConfig_, [this](const std::string& lag) { reviewLagMembers(lag); },
           [this](const std::string& session, const std::string& intf) { hwSourceStale(session, intf); }) {
   PLATFORM_ASSERT(mirroringConfig_ && mirroringStatus_ && mirroringHwConfig_);
+  if (const platform::Mount* mount = mirroringStatus_->mount()) db_ = &mount->database();
   configReactor_.on(mirroringConfig_->session, [this](const std::string& name) { handleSession(name); });
   if (mirroringHwStatus_) {
     hwStatusReactor_.on(mirroringHwStatus_->mirrorDeviceName,
@@ -386,6 +387,7 @@ Ptr<SessionSm> ConfigSm::sessionSmIs(const std::string& name, Ptr<const Session>
                             forwardingDrop, this);
   // Registered before it initialises: the rules look sessions up by name while it does.
   sessionSm_[name] = sm;
+  ++sessionSmChanges_;
   sm->handleInitialized();
   return sm;
 }
@@ -396,6 +398,7 @@ void ConfigSm::sessionSmDel(const std::string& name) {
   Ptr<SessionSm> sm = it->second;
   sm->doPrepareToDie();
   sessionSm_.erase(name);
+  ++sessionSmChanges_;
 }
 
 uint8_t ConfigSm::allocGlobalSessionId(const std::string& name) {
@@ -615,10 +618,25 @@ bool ConfigSm::isMirroringDestPort(const std::string& intfName) const {
   return !targetSessionsOf(intfName).empty();
 }
 
+uint64_t ConfigSm::factGeneration() const {
+  return db_->totalWrites() + activeIntfs_.changes() + lagMembers_.changes() + sessionIndex_.changes() +
+         sessionSmChanges_;
+}
+
+// Each session deciding about a Port-Channel asks for its members to be reviewed, one after
+// another; a review that changed nothing stands until something changes.
 void ConfigSm::reviewLagMembers(const std::string& lag) {
   TRACE(2, "Reviewing the members of ", lag);
+#ifndef MIRRORING_REFERENCE_WALK
+  const uint64_t before = db_ ? factGeneration() : 0;
+  auto last = lagReviewedAt_.find(lag);
+  if (db_ && last != lagReviewedAt_.end() && last->second == before) return;
+#endif
   const std::set<platform::IntfId> members = lagMembers_.membersOf(platform::IntfId(lag));
   for (const auto& member : members) reviewSourceIntfs(*this, member);
+#ifndef MIRRORING_REFERENCE_WALK
+  if (db_ && factGeneration() == before) lagReviewedAt_[lag] = before;
+#endif
 }
 
 // Whatever rewrites a session's hardware copy before the session hears of a change to one of

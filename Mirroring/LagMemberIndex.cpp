@@ -29,6 +29,7 @@ void LagMemberIndex::memberIs(const platform::IntfId& member) {
     std::unique_ptr<MemberReactor> gone = std::move(it->second);
     entries_.erase(it);
     if (!gone->lag.empty()) {
+      ++changes_;
       auto m = members_.find(gone->lag);
       m->second.erase(member);
       if (m->second.empty()) members_.erase(m);
@@ -44,6 +45,7 @@ void LagMemberIndex::memberIs(const platform::IntfId& member) {
 void LagMemberIndex::lagIs(MemberReactor& m) {
   const platform::IntfId lag = m.entry->lag();
   if (lag == m.lag) return;
+  ++changes_;
   if (!m.lag.empty()) {
     auto it = members_.find(m.lag);
     it->second.erase(m.member);

@@ -27,6 +27,8 @@ class LagMemberIndex {
   const std::set<platform::IntfId>& membersOf(const platform::IntfId& lag) const;
   // The Port-Channel the port of that name is a member of, or the empty id.
   platform::IntfId lagOf(const std::string& member) const;
+  // How many times a membership changed.
+  uint64_t changes() const { return changes_; }
 
  private:
   struct MemberReactor;
@@ -38,6 +40,7 @@ class LagMemberIndex {
   std::map<platform::IntfId, std::set<platform::IntfId>> members_;
   std::map<std::string, platform::IntfId> lagOf_;  // by name: the rules ask by name
   std::map<platform::IntfId, std::unique_ptr<MemberReactor>> entries_;
+  uint64_t changes_ = 0;
 };
 
 }  // namespace Mirroring

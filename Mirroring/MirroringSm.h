@@ -26,6 +26,7 @@
 #include "Mirroring/MirroringModel.h"
 #include "Mirroring/SessionIndex.h"
 #include "platform/AclTypes.h"
+#include "platform/Database.h"
 #include "platform/InterfaceTypes.h"
 #include "platform/IpTypes.h"
 #include "platform/LagTypes.h"
@@ -442,6 +443,12 @@ class ConfigSm : public platform::RefCounted {
   }
   // The Port-Channel an interface is a member of, or the empty id.
   platform::IntfId lagOf(const std::string& intfName) const;
+  // A number that changes whenever anything a decision reads may have changed: every write to
+  // the database, every change of an index, a session machine made, dying or gone. A rule that
+  // found nothing to do at one generation finds nothing at the same generation again. Needs the
+  // mounted database.
+  uint64_t factGeneration() const;
+  void sessionSmChanged() { ++sessionSmChanges_; }
 
   const Ptr<MirroringForwardingModelSm>& forwardingModelSm() const { return forwardingModelSm_; }
   const Ptr<DefaultSessionConfigSm>& defaultSessionConfigSm() const { return defaultSessionConfigSm_; }
@@ -484,6 +491,11 @@ class ConfigSm : public platform::RefCounted {
 
   GreTunnelPool greTunnels_;
   SessionIndex sessionIndex_;
+  const platform::Database* db_ = nullptr;  // null for roots not mounted: nothing is skipped
+  uint64_t sessionSmChanges_ = 0;
+  // The fact generation at which each Port-Channel's members were last reviewed and nothing
+  // changed.
+  std::map<std::string, uint64_t> lagReviewedAt_;
   Ptr<DefaultSessionConfigSm> defaultSessionConfigSm_;
   Ptr<MirroringForwardingModelSm> forwardingModelSm_;
   std::map<platform::IntfId, Ptr<EthIntfStatusSm>> ethIntfStatusSm_;

@@ -69,14 +69,15 @@ bool SessionsByIntf::is(const std::string& intf, const std::string& session, boo
   auto it = map_.find(intf);
   if (held) {
     if (it != map_.end()) {
-      insertName(it->second, session);
+      changes_ += insertName(it->second, session);
       return false;
     }
     map_.emplace(intf, SessionNames{session});
+    ++changes_;
     return true;
   }
-  if (it == map_.end()) return false;
-  eraseName(it->second, session);
+  if (it == map_.end() || !eraseName(it->second, session)) return false;
+  ++changes_;
   if (!it->second.empty()) return false;
   map_.erase(it);
   return true;

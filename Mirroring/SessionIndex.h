@@ -31,13 +31,18 @@ using SessionNames = std::vector<std::string>;
 inline bool containsName(const SessionNames& names, const std::string& name) {
   return std::binary_search(names.begin(), names.end(), name);
 }
-inline void insertName(SessionNames& names, const std::string& name) {
+// Both answer whether `names` changed.
+inline bool insertName(SessionNames& names, const std::string& name) {
   auto at = std::lower_bound(names.begin(), names.end(), name);
-  if (at == names.end() || *at != name) names.insert(at, name);
+  if (at != names.end() && *at == name) return false;
+  names.insert(at, name);
+  return true;
 }
-inline void eraseName(SessionNames& names, const std::string& name) {
+inline bool eraseName(SessionNames& names, const std::string& name) {
   auto at = std::lower_bound(names.begin(), names.end(), name);
-  if (at != names.end() && *at == name) names.erase(at);
+  if (at == names.end() || *at != name) return false;
+  names.erase(at);
+  return true;
 }
 
 // Interface name -> the sessions that hold it in some way; an interface no session holds has no
@@ -48,9 +53,12 @@ class SessionsByIntf {
   // Adds `session` to the interface's sessions or removes it; true when the interface gained its
   // first session or lost its last.
   bool is(const std::string& intf, const std::string& session, bool held);
+  // How many times an answer changed: a reader that saw the same count saw the same answers.
+  uint64_t changes() const { return changes_; }
 
  private:
   std::map<std::string, SessionNames> map_;
+  uint64_t changes_ = 0;
 };
 
 class SessionIndex {
@@ -69,6 +77,7 @@ class SessionIndex {
 
   const SessionNames& srcSessionsOf(const std::string& intf) const;
   const SessionNames& targetSessionsOf(const std::string& intf) const;
+  uint64_t changes() const { return src_.changes() + target_.changes(); }
 
  private:
   struct SessionReactor;

@@ -601,6 +601,7 @@ void SessionSm::doPrepareToDie() {
   if (!initialized_) return;
   // From here on the session takes part in no decision, and has no hardware copy.
   dying_ = true;
+  configSm_->sessionSmChanged();
   if (!forwardingDrop_) {
     handleGreTunnelKeyToIntfId(prevGreIntfId_, GreTunnelKey{});
     handleGreTunnelKeyToIntfId(prevDropGreIntfId_, GreTunnelKey{});

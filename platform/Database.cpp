@@ -52,12 +52,6 @@ std::vector<Mount*> Database::mounts() const {
   return out;
 }
 
-uint64_t Database::totalWrites() const {
-  uint64_t n = 0;
-  for (const auto& [p, m] : mounts_) n += m->writes();
-  return n;
-}
-
 Ptr<Entity> Database::resolve(const std::string& path) const {
   std::string error;
   Target t = resolvePath(*this, path, std::nullopt, error);

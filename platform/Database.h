@@ -43,6 +43,7 @@ class Mount {
   bool local() const { return local_; }
   const Ptr<Entity>& root() const { return root_; }
   uint64_t writes() const { return writes_; }
+  const Database& database() const { return *db_; }
 
   void recordWrite(const FieldBase& field, WriteKind kind, const void* key);
 
@@ -84,7 +85,9 @@ class Database : public EntityResolver {
   Mount* findPrefix(std::string_view path, std::string_view& rest) const;
   std::vector<Mount*> mounts() const;  // in path order
 
-  uint64_t totalWrites() const;
+  // Every write counted on any mount so far: it changes whenever anything in the database
+  // does, so a reader can tell that nothing changed since it last looked.
+  uint64_t totalWrites() const { return writes_; }
   void writeListenerIs(WriteListener l) { listener_ = std::move(l); }
 
   // Any entity by its full path (a root, or a child entity below one).
@@ -94,10 +97,12 @@ class Database : public EntityResolver {
   friend class Mount;
   std::map<std::string, std::unique_ptr<Mount>, std::less<>> mounts_;
   WriteListener listener_;
+  uint64_t writes_ = 0;
 };
 
 inline void Mount::recordWrite(const FieldBase& field, WriteKind kind, const void* key) {
   ++writes_;
+  ++db_->writes_;
   if (db_->listener_) db_->listener_(*this, field, kind, key);
 }
 

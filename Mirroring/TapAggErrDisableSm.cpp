@@ -81,6 +81,7 @@ ErrDisableSm::ErrDisableSm(Ptr<const CliConfig> cliConfig, Ptr<const Bridging::C
       ethLagIntfStatusDir_(std::move(ethLagIntfStatusDir)),
       ethIntfStatusDir_(std::move(ethIntfStatusDir)),
       lagConfig_(std::move(lagConfig)),
+      lagMembers_(lagConfig_),
       clock_(clock) {
   PLATFORM_ASSERT(cliConfig_);
   PLATFORM_ASSERT(causeStatus_);
@@ -221,8 +222,8 @@ void ErrDisableSm::doUpdateErrDisableCauseStatus(const platform::IntfId& intf) {
   // has no status (yet), so that a member is disabled exactly as a start-up would disable it.
   if (!lagConfig_ || !intf.isPortChannel()) return;
   std::vector<platform::IntfId> members;
-  for (const auto& [member, config] : lagConfig_->phyIntf) {
-    if (config->lag() == intf && tracksPhyIntf(member) && !member.isPortChannel()) members.push_back(member);
+  for (const auto& member : lagMembers_.membersOf(intf)) {
+    if (tracksPhyIntf(member) && !member.isPortChannel()) members.push_back(member);
   }
   for (const auto& member : members) doUpdateErrDisableCauseStatus(member);
 }

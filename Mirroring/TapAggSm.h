@@ -29,6 +29,7 @@
 #include <vector>
 
 #include "Mirroring/ActiveIntfIndex.h"
+#include "Mirroring/LagMemberIndex.h"
 #include "Mirroring/MirroringModel.h"
 #include "Mirroring/TapAggModel.h"
 #include "platform/BridgingTypes.h"
@@ -154,6 +155,8 @@ class ErrDisableSm : public platform::RefCounted {
   Ptr<const Interface::EthLagIntfStatusDir> ethLagIntfStatusDir_;
   Ptr<const Interface::EthIntfStatusDir> ethIntfStatusDir_;
   Ptr<const Lag::Config> lagConfig_;
+  // Built before the handlers below follow the LAG configuration, so up to date when they run.
+  Mirroring::LagMemberIndex lagMembers_;
   const platform::Clock* clock_;
   platform::ReactorMap<platform::IntfId, SwitchIntfReactor> switchIntfConfig_;
   platform::ReactorMap<platform::IntfId, PhyIntfReactor> phyIntf_;

@@ -137,6 +137,7 @@ ConfigSm::~ConfigSm() {
   // The state machines go; what they wrote stays for the next run to reconcile.
   for (const auto& [name, sm] : sessionSm_) sm->detach();
   sessionSm_.clear();
+  sessionSmByName_.clear();
   ethIntfStatusSm_.clear();
   ethLagIntfSm_.clear();
   phyIntf_.clear();
@@ -224,7 +225,7 @@ void ConfigSm::handleSession() {
 void ConfigSm::admitWaitingCompanions() {
   for (const auto& name : mirroringConfig_->session.keys()) {
     Ptr<SessionSm> sm = sessionSm(name);
-    if (sm && sm->session()->dropGreTunnelKey().hasUsableDestination() && !sessionSm(fwdingDropSessionName(name))) {
+    if (sm && sm->session()->dropGreTunnelKey().hasUsableDestination() && !companionSm(name)) {
       sm->handleDropGreTunnelKey();
     }
   }
@@ -367,8 +368,13 @@ void ConfigSm::deleteSession(const std::string& name) {
 }
 
 Ptr<SessionSm> ConfigSm::sessionSm(const std::string& name) const {
-  auto it = sessionSm_.find(name);
-  return it == sessionSm_.end() ? Ptr<SessionSm>() : it->second;
+  auto it = sessionSmByName_.find(name);
+  return it == sessionSmByName_.end() ? Ptr<SessionSm>() : Ptr<SessionSm>(it->second);
+}
+
+Ptr<SessionSm> ConfigSm::companionSm(const std::string& parent) const {
+  companionName_.assign(kFwdingDropPrefix).append(parent);
+  return sessionSm(companionName_);
 }
 
 Ptr<SessionSm> ConfigSm::sessionSmIs(const std::string& name, Ptr<const Session> session, Ptr<SessionStatus> status,
@@ -387,6 +393,7 @@ Ptr<SessionSm> ConfigSm::sessionSmIs(const std::string& name, Ptr<const Session>
                             forwardingDrop, this);
   // Registered before it initialises: the rules look sessions up by name while it does.
   sessionSm_[name] = sm;
+  sessionSmByName_[name] = sm.get();
   ++sessionSmChanges_;
   sm->handleInitialized();
   return sm;
@@ -398,6 +405,7 @@ void ConfigSm::sessionSmDel(const std::string& name) {
   Ptr<SessionSm> sm = it->second;
   sm->doPrepareToDie();
   sessionSm_.erase(name);
+  sessionSmByName_.erase(name);
   ++sessionSmChanges_;
 }
 
@@ -519,7 +527,7 @@ void ConfigSm::handleVrfStatus(const platform::VrfName& vrf) {
     Ptr<const Session> session = mirroringConfig_->session.get(name);
     auto sm = sessionSm(name);
     if (!session || !sm) continue;
-    auto companion = sessionSm(fwdingDropSessionName(name));
+    auto companion = companionSm(name);
     if (session->greTunnelKey().vrf == vrf) {
       sm->handleGreTunnelKey();
       sm->handleDest();
@@ -552,12 +560,13 @@ void ConfigSm::handleIntfClaimChanged(const std::string& sessionName, const std:
   // Only the sessions that name the interface decide about it (a companion with its parent).
   auto each = [&](bool destPass, auto&& review) {
     const SessionNames names = destPass ? targetSessionsOf(intfName) : srcSessionsOf(intfName);
+    auto visit = [&](const Ptr<SessionSm>& sm) {
+      if (!sm || sm->dying() || (sm->name() == sessionName && destPass == dest)) return;
+      review(*sm);
+    };
     for (const auto& t : names) {
-      for (const auto& smName : {t, fwdingDropSessionName(t)}) {
-        Ptr<SessionSm> sm = sessionSm(smName);
-        if (!sm || sm->dying() || (smName == sessionName && destPass == dest)) continue;
-        review(*sm);
-      }
+      visit(sessionSm(t));
+      visit(companionSm(t));  // looked up after its parent's review, as the parent's may change it
     }
   };
   each(true, [&](SessionSm& sm) {

@@ -9,6 +9,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <unordered_map>
 
 #include "platform/IntfId.h"
 #include "platform/LagTypes.h"
@@ -38,7 +39,7 @@ class LagMemberIndex {
   platform::Ptr<const Lag::Config> config_;
   platform::Reactor reactor_;
   std::map<platform::IntfId, std::set<platform::IntfId>> members_;
-  std::map<std::string, platform::IntfId> lagOf_;  // by name: the rules ask by name
+  std::unordered_map<std::string, platform::IntfId> lagOf_;  // by name: the rules ask by name, often
   std::map<platform::IntfId, std::unique_ptr<MemberReactor>> entries_;
   uint64_t changes_ = 0;
 };

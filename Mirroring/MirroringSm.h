@@ -18,6 +18,7 @@
 #include <ostream>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "Mirroring/ActiveIntfIndex.h"
@@ -346,6 +347,8 @@ class ConfigSm : public platform::RefCounted {
   uint8_t allocGlobalSessionId(const std::string& name);
   void freeGlobalSessionId(const std::string& name, uint8_t id);
   Ptr<SessionSm> sessionSm(const std::string& name) const;
+  // The forwarding-drop companion of the session of that name, if it has one.
+  Ptr<SessionSm> companionSm(const std::string& parent) const;
   // The session's (and its companion's) entry for the source changed: see SessionSm::hwSourceStale.
   void hwSourceStale(const std::string& sessionName, const std::string& intfName);
   Ptr<SessionSm> sessionSmIs(const std::string& name, Ptr<const Session> session, Ptr<SessionStatus> status,
@@ -480,7 +483,10 @@ class ConfigSm : public platform::RefCounted {
   LagMemberIndex lagMembers_;
 
   bool initialized_ = false;
-  std::map<std::string, Ptr<SessionSm>> sessionSm_;
+  std::map<std::string, Ptr<SessionSm>> sessionSm_;  // walked in name order
+  // The same machines for the look-ups by name that every decision makes.
+  std::unordered_map<std::string, SessionSm*> sessionSmByName_;
+  mutable std::string companionName_;  // a companion's name, built here without allocating
   std::map<uint8_t, std::string> globalSessionId_;
   uint32_t globalSessionIdCount_ = 0;
   std::set<std::string> staleSessionSm_;

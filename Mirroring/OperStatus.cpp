@@ -285,7 +285,7 @@ void reviewSourceIntfs(ConfigSm& configSm, const platform::IntfId& intf) {
     Ptr<SessionSm> sm = configSm.sessionSm(name);
     if (!sm) continue;
     sm->handleSource(intf.name());
-    if (Ptr<SessionSm> companion = configSm.sessionSm(fwdingDropSessionName(name))) {
+    if (Ptr<SessionSm> companion = configSm.companionSm(name)) {
       companion->handleSource(intf.name());
     }
   }
@@ -299,7 +299,7 @@ void reviewDestIntfs(ConfigSm& configSm, const platform::IntfId& intf) {
     if (!sm) continue;
     sm->handleDest(intf.name());
     // The companion holds copies of its parent's destinations.
-    if (Ptr<SessionSm> companion = configSm.sessionSm(fwdingDropSessionName(name))) companion->handleDest(intf.name());
+    if (Ptr<SessionSm> companion = configSm.companionSm(name)) companion->handleDest(intf.name());
   }
 }
 

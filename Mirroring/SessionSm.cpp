@@ -330,7 +330,7 @@ void SessionSm::doUpdateDestStatus(const std::string& name, const OperStatus& st
   redecideRefusedDests(name);
   if (forwardingDrop_) return;
   // The companion's one-port rule counts this session's active destinations.
-  Ptr<SessionSm> companion = configSm_->sessionSm(fwdingDropSessionName(name_));
+  Ptr<SessionSm> companion = configSm_->companionSm(name_);
   if (companion && companion->initialized()) {
     for (const auto& dest : companion->session_->targetIntf.keys()) companion->reviewDest(dest);
   }

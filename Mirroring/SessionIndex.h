@@ -18,6 +18,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "Mirroring/MirroringModel.h"
@@ -57,7 +58,7 @@ class SessionsByIntf {
   uint64_t changes() const { return changes_; }
 
  private:
-  std::map<std::string, SessionNames> map_;
+  std::unordered_map<std::string, SessionNames> map_;
   uint64_t changes_ = 0;
 };
 

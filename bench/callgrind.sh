@@ -11,11 +11,10 @@
 # callgrind client requests that turn instrumentation and collection on inside and off
 # outside, so set-up, checks and the benchmark library itself are not counted; after each
 # benchmark it dumps the counts collected since the previous dump, named after the benchmark
-# and its iterations. Everything runs in one process under callgrind: fixed-count benchmarks
-# once (AGENTBENCH_ITERATIONS=1), the others for as few iterations as the benchmark library
-# allows (one, with a tiny --benchmark_min_time); the figure is the dump's total divided by
-# the iterations. The default set takes about ten minutes of CPU (the capability flip alone,
-# 30 billion instructions in the first run, takes most of it).
+# and its iterations. Each benchmark runs in its own process under callgrind: fixed-count
+# benchmarks once (AGENTBENCH_ITERATIONS=1), the others for as few iterations as the benchmark
+# library allows (one, with a tiny --benchmark_min_time); the figure is the dump's total divided
+# by the iterations. The default set takes a few minutes of CPU.
 set -euo pipefail
 # --help prints the comment above as the usage, and does nothing else.
 if [ "${1:-}" = "--help" ] || [ "${1:-}" = "-h" ]; then sed -n '2,/^[^#]/s/^# \{0,1\}//p' "$0"; exit 0; fi
@@ -35,12 +34,22 @@ ninja -C "$build" agentBench >/dev/null
 
 rm -rf "$out"
 mkdir -p "$out"
-AGENTBENCH_ITERATIONS=1 valgrind --tool=callgrind --instr-atstart=no --collect-atstart=no \
-  --callgrind-out-file="$out/callgrind.out" "$build/bin/agentBench" --benchmark_filter="$filter" \
-  --benchmark_min_time=0.000001 --benchmark_format=json >"$out/agentBench.json" 2>"$out/valgrind.log" || {
-  echo "callgrind.sh: agentBench failed under callgrind; see $out/valgrind.log" >&2
-  exit 1
-}
+# Each benchmark runs in a process of its own: what ran before in the same process leaves the
+# heap in another state, and one allocation that happens to reorganise the heap can cost more
+# than a small event itself.
+mapfile -t names < <(AGENTBENCH_ITERATIONS=1 "$build/bin/agentBench" --benchmark_list_tests --benchmark_filter="$filter")
+[ ${#names[@]} -gt 0 ] || { echo "callgrind.sh: no benchmark matches $filter" >&2; exit 1; }
+i=0
+for name in "${names[@]}"; do
+  i=$((i + 1))
+  exact="^${name}\$"  # benchmark names hold no regex metacharacters
+  AGENTBENCH_ITERATIONS=1 valgrind --tool=callgrind --instr-atstart=no --collect-atstart=no \
+    --callgrind-out-file="$out/run$i.out" "$build/bin/agentBench" --benchmark_filter="$exact" \
+    --benchmark_min_time=0.000001 --benchmark_format=json >"$out/run$i.json" 2>"$out/run$i.log" || {
+    echo "callgrind.sh: $name failed under callgrind; see $out/run$i.log" >&2
+    exit 1
+  }
+done
 echo "results: $out" >&2
 
 python3 - "$out" <<'EOF'
@@ -49,7 +58,10 @@ out = sys.argv[1]
 # Each dump names its benchmark and iterations; a benchmark run more than once (the library
 # may try again with more iterations) counts by its last run, the one it reports.
 ir = {}
-for path in sorted(glob.glob(f"{out}/callgrind.out.*"), key=lambda p: int(p.rsplit(".", 1)[1])):
+def order(path):
+    run, dump = re.search(r"run(\d+)\.out\.(\d+)$", path).groups()
+    return int(run), int(dump)
+for path in sorted(glob.glob(f"{out}/run*.out.*"), key=order):
     name = total = None
     for line in open(path):
         m = re.match(r"desc: Trigger: Client Request: agentBench (\S+) iterations (\d+)", line)
@@ -59,9 +71,10 @@ for path in sorted(glob.glob(f"{out}/callgrind.out.*"), key=lambda p: int(p.rspl
             total = int(line.split()[1])
     if name and total is not None and iterations:
         ir[re.sub(r"/iterations:\d+", "", name)] = total / iterations
-for b in json.load(open(f"{out}/agentBench.json"))["benchmarks"]:
-    if b.get("error_occurred"):
-        print(f"ERROR {b['name']}: {b.get('error_message')}")
+for path in glob.glob(f"{out}/run*.json"):
+    for b in json.load(open(path))["benchmarks"]:
+        if b.get("error_occurred"):
+            print(f"ERROR {b['name']}: {b.get('error_message')}")
 if not ir:
     sys.exit("callgrind.sh: no benchmark ran")
 def fmt(n):

@@ -651,9 +651,8 @@ void ConfigSm::reviewLagMembers(const std::string& lag) {
 // Whatever rewrites a session's hardware copy before the session hears of a change to one of
 // its sources' entries looks at that source too; the companion's copy has its parent's sources.
 void ConfigSm::hwSourceStale(const std::string& sessionName, const std::string& intfName) {
-  for (const auto& name : {sessionName, fwdingDropSessionName(sessionName)}) {
-    if (Ptr<SessionSm> sm = sessionSm(name)) sm->hwSourceStale(intfName);
-  }
+  if (Ptr<SessionSm> sm = sessionSm(sessionName)) sm->hwSourceStale(intfName);
+  if (Ptr<SessionSm> companion = companionSm(sessionName)) companion->hwSourceStale(intfName);
 }
 
 platform::IntfId ConfigSm::lagOf(const std::string& intfName) const { return lagMembers_.lagOf(intfName); }

@@ -15,6 +15,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <ostream>
 #include <set>
 #include <string>
@@ -278,6 +279,13 @@ class SessionSm : public platform::RefCounted {
   // Brings the sources' statuses in line with the one-IPv6-ACL rule; true when it wrote one
   // (the nested rewrite then did the rest).
   bool reviewIpv6AclSources();
+  // The only sources the one-IPv6-ACL rule can change, in interface order: those filtering with
+  // an IPv6 ACL and those published as refused by the rule. A session has many sources and
+  // seldom more than one of these, and the rule is reviewed after every source decision.
+  std::vector<std::string> ipv6AclCandidates();
+  // Keeps the sources published as refused by the one-IPv6-ACL rule; `status` is what `name`
+  // publishes now (unknown: nothing).
+  void ipv6RefusedIs(const std::string& name, const OperStatus& status);
 
   std::string name_;
   Ptr<const Session> session_;
@@ -292,6 +300,12 @@ class SessionSm : public platform::RefCounted {
   std::set<std::string> activeDest_;
   std::map<std::string, Ptr<SourceIntfSm>> srcIntfSm_;
   std::set<std::string> srcAclRefresh_;
+  // Sources filtering with an IPv6 ACL, as the configuration had them when its mount had taken
+  // `ipv6SourcesAt_` writes (an input change recounts them); the sources published as refused
+  // by the rule, read from the statuses once and then kept where they are written.
+  std::vector<std::string> ipv6Sources_;
+  std::optional<uint64_t> ipv6SourcesAt_;
+  std::optional<std::set<std::string>> ipv6Refused_;
   // What changed since the hardware copy was last written.
   struct HwPending {
     bool all = false;

@@ -1,6 +1,8 @@
 // One monitor session: the operational status of its sources and destinations, and its
 // hardware copy while a destination is active.
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 #include "Mirroring/MirroringSm.h"
 #include "platform/Assert.h"
@@ -142,6 +144,7 @@ void SessionSm::sweep() {
   for (const auto& n : staleSrcOperStatus_) {
     if (sessionStatus_->srcOperStatus.get(n).isActive()) released.emplace_back(n, false);
     sessionStatus_->srcOperStatus.del(n);
+    ipv6RefusedIs(n, OperStatus());
   }
   for (const auto& n : staleTargetOperStatus_) {
     if (sessionStatus_->targetOperStatus.get(n).isActive()) released.emplace_back(n, true);
@@ -215,15 +218,14 @@ bool SessionSm::ipv6AclTaken(const std::string& src) const {
 }
 
 bool SessionSm::reviewIpv6AclSources() {
-  // One pass in interface order over the sources and, beside them, their published statuses:
-  // whether an earlier source holds the session's IPv6 ACL is carried along.
-  static const OperStatus kNoStatus;
-  auto pub = sessionStatus_->srcOperStatus.begin();
-  const auto pubEnd = sessionStatus_->srcOperStatus.end();
+  // One pass in interface order over the sources the rule can change: whether an earlier source
+  // holds the session's IPv6 ACL is carried along. A source neither filtering with an IPv6 ACL
+  // nor refused by the rule neither holds the ACL nor changes here.
   bool held = false;
-  for (const auto& [src, entry] : session_->srcIntf) {
-    while (pub != pubEnd && (*pub).first < src) ++pub;
-    const OperStatus& published = pub != pubEnd && (*pub).first == src ? (*pub).second : kNoStatus;
+  for (const auto& src : ipv6AclCandidates()) {
+    Ptr<const SrcIntf> entry = session_->srcIntf.get(src);
+    if (!entry) continue;
+    const OperStatus published = sessionStatus_->srcOperStatus.get(src);
     const bool ipv6 = !entry->srcAcl().empty() && entry->aclType() == Acl::aclTypeIpv6;
     const bool taken = ipv6 && held;
     if (published.isActive() && taken) {
@@ -243,6 +245,39 @@ bool SessionSm::reviewIpv6AclSources() {
   return false;
 }
 
+std::vector<std::string> SessionSm::ipv6AclCandidates() {
+#ifdef MIRRORING_REFERENCE_WALK
+  // The reference the differential check compares with: every source, every time.
+  return session_->srcIntf.keys();
+#endif
+  // The configuration's sources are counted again when anything in its mount was written since.
+  const platform::Mount* mount = session_->mount();
+  if (!mount || ipv6SourcesAt_ != mount->writes()) {
+    ipv6Sources_.clear();
+    for (const auto& [src, entry] : session_->srcIntf) {
+      if (!entry->srcAcl().empty() && entry->aclType() == Acl::aclTypeIpv6) ipv6Sources_.push_back(src);
+    }
+    ipv6SourcesAt_ = mount ? std::optional<uint64_t>(mount->writes()) : std::nullopt;
+  }
+  if (!ipv6Refused_) {
+    ipv6Refused_.emplace();
+    for (const auto& [src, status] : sessionStatus_->srcOperStatus) ipv6RefusedIs(src, status);
+  }
+  std::vector<std::string> candidates;
+  std::set_union(ipv6Sources_.begin(), ipv6Sources_.end(), ipv6Refused_->begin(), ipv6Refused_->end(),
+                 std::back_inserter(candidates));
+  return candidates;
+}
+
+void SessionSm::ipv6RefusedIs(const std::string& name, const OperStatus& status) {
+  if (!ipv6Refused_) return;  // read from the statuses when first needed
+  if (status.state == OperState::inactive && status.reason == reason::multipleIpv6Acls) {
+    ipv6Refused_->insert(name);
+  } else {
+    ipv6Refused_->erase(name);
+  }
+}
+
 void SessionSm::doUpdateSrcStatus(const std::string& name, const OperStatus& requested) {
   if (dying_) return;
   const OperStatus status = srcStatusFor(name, requested);
@@ -253,6 +288,7 @@ void SessionSm::doUpdateSrcStatus(const std::string& name, const OperStatus& req
   } else {
     sessionStatus_->srcOperStatus.del(name);
   }
+  ipv6RefusedIs(name, status);
   staleSrcOperStatus_.erase(name);
   doMaybeUpdateHwConfig(HwScope::oneSource, name);
   // Another session may have been refused the interface, or be holding it as a destination.
@@ -616,6 +652,7 @@ void SessionSm::doPrepareToDie() {
   srcIntfSm_.clear();
   for (const auto& n : sessionStatus_->srcOperStatus.keys()) sessionStatus_->srcOperStatus.del(n);
   for (const auto& n : sessionStatus_->targetOperStatus.keys()) sessionStatus_->targetOperStatus.del(n);
+  ipv6Refused_.reset();
   activeDest_.clear();
   handleActiveDest();
   for (const auto& dest : activeDests) configSm_->handleDestDeactivation(name_, dest);

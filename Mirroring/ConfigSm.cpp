@@ -138,6 +138,7 @@ ConfigSm::~ConfigSm() {
   for (const auto& [name, sm] : sessionSm_) sm->detach();
   sessionSm_.clear();
   sessionSmByName_.clear();
+  companions_ = 0;
   ethIntfStatusSm_.clear();
   ethLagIntfSm_.clear();
   phyIntf_.clear();
@@ -373,6 +374,7 @@ Ptr<SessionSm> ConfigSm::sessionSm(const std::string& name) const {
 }
 
 Ptr<SessionSm> ConfigSm::companionSm(const std::string& parent) const {
+  if (companions_ == 0) return nullptr;  // most switches have none: no name to build and look up
   companionName_.assign(kFwdingDropPrefix).append(parent);
   return sessionSm(companionName_);
 }
@@ -394,6 +396,7 @@ Ptr<SessionSm> ConfigSm::sessionSmIs(const std::string& name, Ptr<const Session>
   // Registered before it initialises: the rules look sessions up by name while it does.
   sessionSm_[name] = sm;
   sessionSmByName_[name] = sm.get();
+  companions_ += forwardingDrop;
   ++sessionSmChanges_;
   sm->handleInitialized();
   return sm;
@@ -404,6 +407,7 @@ void ConfigSm::sessionSmDel(const std::string& name) {
   if (it == sessionSm_.end()) return;
   Ptr<SessionSm> sm = it->second;
   sm->doPrepareToDie();
+  companions_ -= sm->forwardingDrop();
   sessionSm_.erase(name);
   sessionSmByName_.erase(name);
   ++sessionSmChanges_;
@@ -579,6 +583,7 @@ void ConfigSm::handleIntfClaimChanged(const std::string& sessionName, const std:
   each(false, [&](SessionSm& sm) {
     if (!sm.session()->srcIntf.contains(intfName)) return;
     TRACE(2, "Checking if ", intfName, " is a source in ", sm.name());
+    if (!TRACE.enabled(2)) return sm.reviewSource(intfName);
     const bool was = sm.sessionStatus()->srcOperStatus.get(intfName).isActive();
     sm.reviewSource(intfName);
     if (!was && sm.sessionStatus()->srcOperStatus.get(intfName).isActive()) {
@@ -630,6 +635,20 @@ bool ConfigSm::isMirroringDestPort(const std::string& intfName) const {
 uint64_t ConfigSm::factGeneration() const {
   return db_->totalWrites() + activeIntfs_.changes() + lagMembers_.changes() + sessionIndex_.changes() +
          sessionSmChanges_;
+}
+
+OperStatus ConfigSm::srcIntfStatus(const std::string& intfName) const {
+#ifndef MIRRORING_REFERENCE_WALK
+  // Read again while tracing, so that the trace tells each reading.
+  if (db_ && !TRACE.enabled(2)) {
+    const uint64_t at = factGeneration();
+    if (srcIntfAnswer_ && srcIntfAnswer_->at == at && srcIntfAnswer_->intf == intfName) return srcIntfAnswer_->status;
+    OperStatus status = srcIntfOperStatus(*this, intfName);
+    srcIntfAnswer_ = SrcIntfAnswer{intfName, at, status};
+    return status;
+  }
+#endif
+  return srcIntfOperStatus(*this, intfName);
 }
 
 // Each session deciding about a Port-Channel asks for its members to be reviewed, one after

@@ -65,6 +65,9 @@ bool intfStatusCheck(const ConfigSm& configSm, const std::string& intf);
 bool destStatusLagCheck(const ConfigSm& configSm, const std::string& intf);
 bool isSrcLagConfigured(const ConfigSm& configSm, const std::string& intf);
 bool isDestLagConfigured(const ConfigSm& configSm, const std::string& intf);
+// The part of a source's status that reads only the interface (its status record, its LAG),
+// whichever session asks.
+OperStatus srcIntfOperStatus(const ConfigSm& configSm, const std::string& src);
 // The status of a GRE tunnel destination whose key lies in `vrf`.
 OperStatus greDestOperStatus(const ConfigSm& configSm, const platform::VrfName& vrf);
 // Re-evaluate every session that uses the interface as a source (destination).
@@ -466,6 +469,9 @@ class ConfigSm : public platform::RefCounted {
   // mounted database.
   uint64_t factGeneration() const;
   void sessionSmChanged() { ++sessionSmChanges_; }
+  // srcIntfOperStatus, answered again without reading while nothing changed: every sharer of an
+  // interface asks the same question, one after another.
+  OperStatus srcIntfStatus(const std::string& intfName) const;
 
   const Ptr<MirroringForwardingModelSm>& forwardingModelSm() const { return forwardingModelSm_; }
   const Ptr<DefaultSessionConfigSm>& defaultSessionConfigSm() const { return defaultSessionConfigSm_; }
@@ -501,6 +507,7 @@ class ConfigSm : public platform::RefCounted {
   // The same machines for the look-ups by name that every decision makes.
   std::unordered_map<std::string, SessionSm*> sessionSmByName_;
   mutable std::string companionName_;  // a companion's name, built here without allocating
+  std::size_t companions_ = 0;         // how many of the machines are companions
   std::map<uint8_t, std::string> globalSessionId_;
   uint32_t globalSessionIdCount_ = 0;
   std::set<std::string> staleSessionSm_;
@@ -516,6 +523,13 @@ class ConfigSm : public platform::RefCounted {
   // The fact generation at which each Port-Channel's members were last reviewed and nothing
   // changed.
   std::map<std::string, uint64_t> lagReviewedAt_;
+  // The last srcIntfStatus answer and the fact generation it was read at.
+  struct SrcIntfAnswer {
+    std::string intf;
+    uint64_t at = 0;
+    OperStatus status;
+  };
+  mutable std::optional<SrcIntfAnswer> srcIntfAnswer_;
   Ptr<DefaultSessionConfigSm> defaultSessionConfigSm_;
   Ptr<MirroringForwardingModelSm> forwardingModelSm_;
   std::map<platform::IntfId, Ptr<EthIntfStatusSm>> ethIntfStatusSm_;

@@ -237,6 +237,10 @@ OperStatus getSrcOperStatus(const ConfigSm& configSm, const Ptr<const Session>& 
     if (!entry || entry->direction() != Direction::rx) return OperStatus::inactive(reason::destinationConflict);
   }
 
+  return configSm.srcIntfStatus(src);
+}
+
+OperStatus srcIntfOperStatus(const ConfigSm& configSm, const std::string& src) {
   if (!intfStatusCheck(configSm, src)) return OperStatus::inactive(reason::interfaceModeConflict);
   if (isSrcLagConfigured(configSm, src)) return OperStatus::inactive(reason::memberOfSourceLag);
   if (isDestLagConfigured(configSm, src)) return OperStatus::inactive(reason::memberOfDestinationLag);

@@ -282,6 +282,12 @@ class SessionSm : public platform::RefCounted {
   // Brings the sources' statuses in line with the one-IPv6-ACL rule; true when it wrote one
   // (the nested rewrite then did the rest).
   bool reviewIpv6AclSources();
+  // The writes counted so far on every mount the hardware copy is written from: the
+  // configuration, the statuses (the GRE tunnels' maps among them), the capabilities, the
+  // default session settings and the copies themselves. Empty when one is not mounted.
+  std::optional<uint64_t> hwInputs() const;
+  // Brings the hardware copy in line with what is pending and the active destinations.
+  void writeHwConfig();
   // The only sources the one-IPv6-ACL rule can change, in interface order: those filtering with
   // an IPv6 ACL and those published as refused by the rule. A session has many sources and
   // seldom more than one of these, and the rule is reviewed after every source decision.
@@ -317,6 +323,9 @@ class SessionSm : public platform::RefCounted {
   HwPending hwPending_;
   // Whether this machine wrote the hardware copy whole (a copy an earlier run left is not).
   bool hwWhole_ = false;
+  // What the copy is written from, as a sum of write counts (hwInputs()), when it was last
+  // brought up to date; a rewrite with nothing pending finds nothing to do while it stays.
+  std::optional<uint64_t> hwWrittenAt_;
   std::set<std::string> staleSrcOperStatus_, staleTargetOperStatus_, staleSrcIntfInHwConfig_,
       staleTargetIntfInHwConfig_;
   platform::Reactor reactor_;

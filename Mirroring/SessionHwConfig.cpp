@@ -39,8 +39,35 @@ void SessionSm::doMaybeUpdateHwConfig(HwScope scope, const std::string& source) 
     hwConfig->sessionDel(name_);
     return;
   }
+#ifndef MIRRORING_REFERENCE_WALK
+  // Nothing it is written from changed since the copy was last brought up to date: a rewrite
+  // would find nothing to do (a destination decided again the same way, say).
+  const bool nothingPending = !hwPending_.all && hwPending_.sources.empty() && srcAclRefresh_.empty();
+  if (nothingPending && hwWrittenAt_ && hwWrittenAt_ == hwInputs()) return;
+#endif
   // A status this writes rewrites the copy inside it, and takes what is pending here with it.
   if (reviewIpv6AclSources()) return;
+  writeHwConfig();
+  hwWrittenAt_ = hwInputs();
+}
+
+std::optional<uint64_t> SessionSm::hwInputs() const {
+  uint64_t sum = 0;
+  for (const platform::Entity* input :
+       {static_cast<const platform::Entity*>(session_.get()), static_cast<const platform::Entity*>(sessionStatus_.get()),
+        static_cast<const platform::Entity*>(configSm_->mirroringHwConfig().get()),
+        static_cast<const platform::Entity*>(capability()),
+        static_cast<const platform::Entity*>(hwDefaultSessionConfig_.get())}) {
+    if (!input) continue;  // nothing to read there
+    const platform::Mount* mount = input->mount();
+    if (!mount) return std::nullopt;
+    sum += mount->writes();
+  }
+  return sum;
+}
+
+void SessionSm::writeHwConfig() {
+  auto hwConfig = configSm_->mirroringHwConfig();
   const HwPending work = std::exchange(hwPending_, {});
   if (!hasActiveDestination()) {
     srcAclRefresh_.clear();  // a new hardware copy is written whole anyway
